@@ -1,0 +1,24 @@
+// ChildProcess.h: runs a program as a child and keeps everything that it wrote.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+struct ChildResult {
+    std::string out;
+    std::string err;
+    int exitCode = -1; ///< the exit status, or -1 if a signal ended the child
+    int signal = 0;    ///< the signal that ended the child, or 0
+};
+
+/// What the child is run with, beside its words.
+struct ChildInput {
+    std::string in;                                 ///< its standard input, whole
+    std::map<std::string, std::string> environment; ///< variables added to this process's own
+    std::vector<std::string> unset;                 ///< variables taken out of it
+};
+
+/// Runs words[0] with its arguments to its end and gives what it wrote and how it ended. Throws
+/// std::system_error where the program can't be started.
+ChildResult runChild(std::vector<std::string> const& words, ChildInput const& input = {});
