@@ -95,6 +95,9 @@ public:
     /// True from the return of start() until the thread has left startMethod().
     bool running() const VORLAN_EXCLUDES(m_mutex);
 
+    /// The number given at construction.
+    unsigned int priority() const { return m_priority; }
+
     bool stopRequested() const { return m_stopRequested.load(std::memory_order_acquire); }
 
 private:

@@ -125,8 +125,8 @@ bool BaseThread::endRun() {
 bool BaseThread::createLocked() {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes,
-                              std::max<std::size_t>({m_stackSize, kSmallestStack, PTHREAD_STACK_MIN}));
+    auto const smallestStack = std::max(kSmallestStack, static_cast<std::size_t>(PTHREAD_STACK_MIN));
+    pthread_attr_setstacksize(&attributes, std::max<std::size_t>(m_stackSize, smallestStack));
     int failed = 0;
     {
         AllSignalsBlocked const blocked;
