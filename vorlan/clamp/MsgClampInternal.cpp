@@ -1,0 +1,151 @@
+#include "vorlan/clamp/MsgClampInternal.h"
+
+#include "vorlan/foundation/MessageServices.h"
+#include "vorlan/foundation/ScopeLock.h"
+#include "vorlan/values/Clock.h"
+
+#include <algorithm>
+
+namespace {
+
+using Lock = VorlanPosix::ScopeLock<VorlanPosix::JMutex>;
+
+constexpr unsigned int kFlusherPriority = 160;
+constexpr unsigned int kFlusherStack = 16384; // bytes
+constexpr long long kFlushPeriodMs = 30'000;
+constexpr unsigned int kStopPollMs = 50;
+
+struct TypeOperations {
+    MsgClampInternal::IntFmt send;
+    MsgClampInternal::IntFmt hold;
+    MsgClampInternal::ExtFmt sink;
+    MsgClampInternal::ExtVarFmt sinkVar;
+};
+
+using M = MsgClampInternal;
+
+constexpr TypeOperations kDebugOperations = {&M::sendDebug, &M::holdDebug, debugMsg, debugMsgVar};
+
+// By MsgType.
+constexpr TypeOperations kOperations[] = {
+    kDebugOperations,
+    {&M::sendError, &M::holdError, errorMsg, errorMsgVar},
+    kDebugOperations,
+    {&M::sendInfo, &M::holdInfo, infoMsg, infoMsgVar},
+    {&M::sendWarning, &M::holdWarning, warningMsg, warningMsgVar},
+};
+
+TypeOperations const& operationsOf(MsgClampEnum::MsgType type) {
+    return kOperations[type <= MsgClampEnum::Warning ? type : MsgClampEnum::Debug];
+}
+
+} // namespace
+
+MsgClampInternal& MsgClampInternal::getRef() {
+    static MsgClampInternal* mci = newSingleton(mci);
+    return *mci;
+}
+
+MsgClampInternal::MsgClampInternal()
+    : m_refs(0),
+      m_flusher(*this, &MsgClampInternal::clampLoop, "msg clamp", kFlusherPriority, kFlusherStack) {}
+
+MsgClampInternal::~MsgClampInternal() = default;
+
+void MsgClampInternal::add(MsgClamp& site) {
+    Lock const lock(getLock());
+    preserve();
+    m_clamps.push_front(&site);
+}
+
+void MsgClampInternal::remove(MsgClamp& site) {
+    Lock const lock(getLock());
+    auto const found = std::find(m_clamps.begin(), m_clamps.end(), &site);
+    if (found != m_clamps.end()) {
+        m_clamps.erase(found);
+        release();
+    }
+}
+
+MsgClampInternal::IntFmt MsgClampInternal::getIntFmt(MsgType type, bool held) const {
+    TypeOperations const& operations = operationsOf(type);
+    return held ? operations.hold : operations.send;
+}
+
+MsgClampInternal::ExtFmt MsgClampInternal::getExtFmt(MsgType type) const {
+    return operationsOf(type).sink;
+}
+
+MsgClampInternal::ExtVarFmt MsgClampInternal::getExtVarFmt(MsgType type) const {
+    return operationsOf(type).sinkVar;
+}
+
+bool MsgClampInternal::holdError(MsgClamp& site, char const* fmt, va_list args) {
+    return site.hold(Error, fmt, args);
+}
+
+bool MsgClampInternal::holdDebug(MsgClamp& site, char const* fmt, va_list args) {
+    return site.hold(Debug, fmt, args);
+}
+
+bool MsgClampInternal::holdInfo(MsgClamp& site, char const* fmt, va_list args) {
+    return site.hold(Info, fmt, args);
+}
+
+bool MsgClampInternal::holdWarning(MsgClamp& site, char const* fmt, va_list args) {
+    return site.hold(Warning, fmt, args);
+}
+
+bool MsgClampInternal::sendError(MsgClamp& site, char const* fmt, va_list args) {
+    return send(site, Error, fmt, args);
+}
+
+bool MsgClampInternal::sendDebug(MsgClamp& site, char const* fmt, va_list args) {
+    return send(site, Debug, fmt, args);
+}
+
+bool MsgClampInternal::sendInfo(MsgClamp& site, char const* fmt, va_list args) {
+    return send(site, Info, fmt, args);
+}
+
+bool MsgClampInternal::sendWarning(MsgClamp& site, char const* fmt, va_list args) {
+    return send(site, Warning, fmt, args);
+}
+
+bool MsgClampInternal::send(MsgClamp& site, MsgType type, char const* fmt, va_list args) {
+    Lock const lock(getLock());
+    return site.sendLocked(type, fmt, args);
+}
+
+bool MsgClampInternal::sendLocked(MsgType type, char const* fmt, va_list args) {
+    return getExtVarFmt(type)(fmt, args);
+}
+
+bool MsgClampInternal::flushLocked(MsgType type, std::string const& text) {
+    return getExtFmt(type)("%s", text.c_str());
+}
+
+void MsgClampInternal::flush(bool force) {
+    Lock const lock(getLock());
+    for (MsgClamp* site : m_clamps) {
+        site->flushLocked(force);
+    }
+}
+
+void MsgClampInternal::startThreadLocked() {
+    if (!m_flusher.running()) {
+        m_flusher.start();
+    }
+}
+
+void MsgClampInternal::clampLoop() {
+    Clock sinceFlush(true);
+    while (!m_flusher.stopRequested()) {
+        if (sinceFlush.check(Clock::milliseconds) < kFlushPeriodMs) {
+            waitMsec(kStopPollMs);
+        } else {
+            sinceFlush.start(); // before the flush, so that its own time counts toward the next period
+            flush(false);
+        }
+    }
+}
