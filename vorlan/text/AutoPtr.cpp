@@ -1,17 +1,17 @@
 #include "vorlan/text/AutoPtr.h"
 
-#include <cstdint>
+#include <cstddef>
 #include <cstring>
 
 namespace {
 
-std::uint32_t lengthOf(char const* text) {
-    return text == nullptr ? 0 : static_cast<std::uint32_t>(std::strlen(text));
+std::size_t lengthOf(char const* text) {
+    return text == nullptr ? 0 : std::strlen(text);
 }
 
 AutoPtr<char> join(char const* left, char const* right) {
-    std::uint32_t const leftLength = lengthOf(left);
-    std::uint32_t const rightLength = lengthOf(right);
+    std::size_t const leftLength = lengthOf(left);
+    std::size_t const rightLength = lengthOf(right);
     char* const block = new char[leftLength + rightLength + 1];
     if (left != nullptr) {
         std::memcpy(block, left, leftLength);

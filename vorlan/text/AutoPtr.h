@@ -66,8 +66,7 @@ T* AutoPtr<T>::forget() const {
 }
 
 /// Joins two texts into a fresh block of exactly their length and the terminator. An empty handle and a null
-/// pointer add nothing; the result is never empty and no operand changes. The two lengths and the terminator
-/// are to stay below 2^32 together.
+/// pointer add nothing; the result is never empty and no operand changes.
 VORLAN_API AutoPtr<char> operator+(AutoPtr<char> const& left, AutoPtr<char> const& right);
 VORLAN_API AutoPtr<char> operator+(AutoPtr<char> const& left, char const* right);
 VORLAN_API AutoPtr<char> operator+(char const* left, AutoPtr<char> const& right);
