@@ -47,14 +47,16 @@ public:
     /// or more runs on into the following years, a day of 0 is the day before the first.
     static long long getGmtTime(Calendar const& cal);
 
-    /// The moment in the time zone of the process, a changed TZ included.
+    /// The moment in the time zone of the process, a changed TZ included. Milliseconds round down, before
+    /// 1970 too. A year that the record can't hold reads 0, beside a date and time that are right.
     static Calendar getLocalCal(long long time);
 
-    /// The moment in GMT. A service.
+    /// The same in GMT. A service.
     static Calendar getGmtCal(long long time);
 
     /// A duration below one day, or the GMT time of day of a later moment: "1:01:01.001", "1:01.001",
     /// "1.500s" or "1ms", by the largest part that is not 0. What is below a millisecond is dropped.
+    /// A negative value is a duration of any length: a minus sign, and its hours may pass 23.
     static AutoPtr<char> timeString(long long time);
 
 private:
