@@ -2,6 +2,7 @@
 
 #include "vorlan/foundation/MessageServices.h"
 
+#include <atomic>
 #include <cstdio>
 #include <mutex>
 #include <utility>
@@ -12,6 +13,7 @@ struct State {
     std::mutex mutex;
     std::vector<RecordingSinks::Message> messages;
     std::function<void(RecordingSinks::Message const&)> observer;
+    std::atomic<bool> discard{false};
     bool result = true;
     std::uint32_t knownFlags = 3;
     std::uint32_t lastFlags = 0;
@@ -24,6 +26,9 @@ State& state() {
 }
 
 VORLAN_PRINTF(2, 0) bool record(char const* sink, char const* fmt, va_list args) {
+    if (state().discard) {
+        return true;
+    }
     va_list again;
     va_copy(again, args);
     std::string text(static_cast<std::size_t>(vsnprintf(nullptr, 0, fmt, again)), '\0');
@@ -66,6 +71,10 @@ std::vector<std::string> takeLines() {
 void setResult(bool result) {
     std::lock_guard lock(state().mutex);
     state().result = result;
+}
+
+void setDiscard(bool discard) {
+    state().discard = discard;
 }
 
 void setObserver(std::function<void(Message const&)> observer) {

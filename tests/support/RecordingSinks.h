@@ -25,6 +25,9 @@ std::vector<std::string> takeLines();
 /// What every sink gives back from now on; true at the start.
 void setResult(bool result);
 
+/// While set, messages are taken and forgotten, without a format and without an allocation.
+void setDiscard(bool discard);
+
 /// Called with each message inside the sink, after it was recorded; empty for none.
 void setObserver(std::function<void(Message const&)> observer);
 

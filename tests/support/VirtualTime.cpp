@@ -80,7 +80,7 @@ void sleepUntilMoved(std::int64_t deadlineUs) {
     self.wake = false;
     self.asleep = true;
     s.changed.notify_all();
-    s.changed.wait_for(lock, std::chrono::milliseconds(1), [&] { return self.wake; });
+    s.changed.wait_for(lock, std::chrono::microseconds(200), [&] { return self.wake; });
     self.asleep = false;
 }
 

@@ -9,7 +9,7 @@
 /// Time stands still until the test's own thread, the driver, moves it: with advance(), or by sleeping
 /// itself. Other threads that sleep wake at their exact moments on the way there, one after another, and the
 /// driver waits until each sleeps again. So a polling thread sees every one of its polls, in virtual time. A
-/// sleeper that nobody moves for 1 ms of real time returns without any virtual time gone, so that a thread
+/// sleeper that nobody moves for 0.2 ms of real time returns without any virtual time gone, so that a thread
 /// which is asked to stop gets to see it.
 namespace VirtualTime {
 

@@ -138,6 +138,21 @@ void MsgClampInternal::startThreadLocked() {
     }
 }
 
+// Takes no lock: the thread that it waits for may need one.
+bool MsgClampInternal::stopThreadsCb() {
+    m_flusher.stop(true);
+    return true;
+}
+
+bool MsgClampInternal::releaseMemCb() {
+    Lock const lock(getLock());
+    while (!m_clamps.empty()) {
+        m_clamps.pop_front();
+        release();
+    }
+    return true;
+}
+
 void MsgClampInternal::clampLoop() {
     Clock sinceFlush(true);
     while (!m_flusher.stopRequested()) {

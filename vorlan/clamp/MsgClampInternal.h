@@ -78,6 +78,11 @@ public:
     /// Starts the flusher unless it runs.
     void startThreadLocked() VORLAN_REQUIRES(msgClampLock);
 
+    /// Phases of the process's shutdown; both always succeed. The first ends the flusher, the second empties
+    /// the list. Neither flushes, and sites go on working: one that closes later starts the flusher again.
+    bool stopThreadsCb();
+    bool releaseMemCb() VORLAN_EXCLUDES(msgClampLock);
+
 private:
     friend class SingletonHelper<MsgClampInternal>;
 

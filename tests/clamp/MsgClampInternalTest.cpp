@@ -1,0 +1,169 @@
+#include "tests/clamp/ClampFixture.h"
+
+#include "vorlan/foundation/MessageServices.h"
+#include "vorlan/foundation/ScopeLock.h"
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using M = MsgClampInternal;
+
+class MsgClampInternalTest : public ClampTest {
+protected:
+    static int sites() {
+        // Up and down again: the number without a hand on the manager's insides.
+        M::getRef().preserve();
+        return M::getRef().release();
+    }
+};
+
+TEST_F(MsgClampInternalTest, EveryTypeHasItsOperationsAndUnknownOnesAreDebug) {
+    struct Row {
+        unsigned int type;
+        M::IntFmt send, hold;
+        M::ExtFmt sink;
+        M::ExtVarFmt sinkVar;
+    };
+    Row const rows[] = {
+        {0, &M::sendDebug, &M::holdDebug, debugMsg, debugMsgVar},
+        {1, &M::sendError, &M::holdError, errorMsg, errorMsgVar},
+        {2, &M::sendDebug, &M::holdDebug, debugMsg, debugMsgVar},
+        {3, &M::sendInfo, &M::holdInfo, infoMsg, infoMsgVar},
+        {4, &M::sendWarning, &M::holdWarning, warningMsg, warningMsgVar},
+        {5, &M::sendDebug, &M::holdDebug, debugMsg, debugMsgVar},
+        {0xFFFFFFFF, &M::sendDebug, &M::holdDebug, debugMsg, debugMsgVar},
+    };
+    M& manager = M::getRef();
+    for (Row const& row : rows) {
+        auto const type = static_cast<M::MsgType>(row.type);
+        EXPECT_TRUE(manager.getIntFmt(type, false) == row.send) << row.type;
+        EXPECT_TRUE(manager.getIntFmt(type, true) == row.hold) << row.type;
+        EXPECT_EQ(manager.getExtFmt(type), row.sink) << row.type;
+        EXPECT_EQ(manager.getExtVarFmt(type), row.sinkVar) << row.type;
+    }
+}
+
+TEST_F(MsgClampInternalTest, ListFollowsTheSitesAndSurvivesTheReleaseOfMemory) {
+    M& manager = M::getRef();
+    int const before = sites();
+    {
+        MsgClamp a;
+        MsgClamp b;
+        MsgClamp c;
+        EXPECT_EQ(sites(), before + 3);
+        manager.remove(b);
+        manager.remove(b);
+        EXPECT_EQ(sites(), before + 2);
+        manager.add(b);
+        EXPECT_TRUE(manager.releaseMemCb());
+        EXPECT_TRUE(manager.releaseMemCb());
+        EXPECT_EQ(sites(), 0);
+        close(a);
+        a.error("held\n");
+        manager.flush(true);
+        EXPECT_THAT(RecordingSinks::takeLines(), IsEmpty()) << "off the list";
+        a.flush();
+        EXPECT_THAT(RecordingSinks::takeLines(), ElementsAre("errorMsg: [0 delayed 00:00:00] held\n"));
+        MsgClamp later;
+        EXPECT_EQ(sites(), 1);
+    }
+    EXPECT_EQ(sites(), 0);
+}
+
+TEST_F(MsgClampInternalTest, QuietMeansMoreThanTwoMinutes) {
+    MsgClamp site;
+    close(site);
+    site.error("held\n");
+    VirtualTime::advanceMs(120000);
+    M::getRef().flush(false);
+    EXPECT_THAT(RecordingSinks::takeLines(), IsEmpty());
+    VirtualTime::advanceMs(1);
+    M::getRef().flush(false);
+    EXPECT_THAT(RecordingSinks::takeLines(), ElementsAre("errorMsg: [0 delayed 00:02:00] held\n"));
+}
+
+TEST_F(MsgClampInternalTest, FlusherRunsFromTheFirstClosingAndAgainAfterAStop) {
+    MsgClamp site;
+    MsgClamp other;
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 0; i < 15; ++i) {
+            site.error("x\n");
+        }
+        VirtualTime::awaitSleepers(0);
+        site.error("closes\n");
+        VirtualTime::awaitSleepers(1);
+        for (int i = 0; i < 16; ++i) {
+            other.error("closes too\n");
+        }
+        VirtualTime::advanceMs(1000); // ends only with every sleeper asleep again
+        VirtualTime::awaitSleepers(1);
+        stopFlusher();
+        VirtualTime::awaitSleepers(0);
+        VirtualTime::advanceMs(120001);
+    }
+}
+
+// A sink that comes back to a site would deadlock: the mutex says so and ends the process.
+TEST_F(MsgClampInternalTest, SinkThatUsesASiteEndsTheProcess) {
+    ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    MsgClamp site;
+    RecordingSinks::setObserver([&](RecordingSinks::Message const&) { site.error("again\n"); });
+    EXPECT_DEATH(site.error("once\n"), "holds already .*message sink.*aborting");
+    RecordingSinks::setObserver({});
+}
+
+// Sites come and go, all flush each other, and the flusher is started and stopped under them. Every message
+// that was sent is either shown or counted in a prefix.
+TEST_F(MsgClampInternalTest, NothingIsLostWhileSitesComeAndGo) {
+    constexpr int kThreads = 3;
+    constexpr int kSites = 40;
+    constexpr int kMessages = 60;
+    std::atomic<long> shown{0};
+    std::atomic<long> counted{0};
+    RecordingSinks::setObserver([&](RecordingSinks::Message const& message) {
+        ++shown;
+        long count = 0;
+        if (std::sscanf(message.text.c_str(), "[%ld delayed", &count) == 1) {
+            counted += count;
+        }
+    });
+    std::atomic<bool> done{false};
+    std::thread disturber([&] {
+        while (!done) {
+            MsgClampInternal::getRef().stopThreadsCb();
+            MsgClamp::flushAll();
+        }
+    });
+    std::vector<std::thread> threads;
+    MsgClamp shared;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            for (int s = 0; s < kSites; ++s) {
+                MsgClamp own;
+                for (int m = 0; m < kMessages; ++m) {
+                    own.error("own %d\n", m);
+                    shared.warning("shared %d\n", m);
+                }
+                own.flush();
+                own.info("the last, with what still waits\n");
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    done = true;
+    disturber.join();
+    shared.flush();
+    shared.info("the last\n");
+    RecordingSinks::setObserver({});
+    long const sent = kThreads * kSites * (2L * kMessages + 1) + 1;
+    EXPECT_GE(shown + counted, sent);
+    EXPECT_LE(shown, sent);
+}
+
+} // namespace
