@@ -1,5 +1,6 @@
 #include "vorlan/clamp/MsgClampInternal.h"
 
+#include "vorlan/clamp/MsgClampC.h"
 #include "vorlan/foundation/MessageServices.h"
 #include "vorlan/foundation/ScopeLock.h"
 #include "vorlan/values/Clock.h"
@@ -14,6 +15,12 @@ constexpr unsigned int kFlusherPriority = 160;
 constexpr unsigned int kFlusherStack = 16384; // bytes
 constexpr long long kFlushPeriodMs = 30'000;
 constexpr unsigned int kStopPollMs = 50;
+constexpr unsigned int kShutdownPriority = 50;
+
+// Bits of msgClampDbg that act when the variable is changed.
+constexpr unsigned int kCTestBit = 0;
+constexpr unsigned int kCxxTestBit = 1;
+constexpr unsigned int kFlushNowBit = 2;
 
 struct TypeOperations {
     MsgClampInternal::IntFmt send;
@@ -46,11 +53,21 @@ MsgClampInternal& MsgClampInternal::getRef() {
     return *mci;
 }
 
+// The hook and the registration come when every member stands: either may lead to a call at once.
 MsgClampInternal::MsgClampInternal()
-    : m_refs(0),
-      m_flusher(*this, &MsgClampInternal::clampLoop, "msg clamp", kFlusherPriority, kFlusherStack) {}
+    : m_refs(0), m_flusher(*this, &MsgClampInternal::clampLoop, "msg clamp", kFlusherPriority, kFlusherStack),
+      m_debugHook(*this, &MsgClampInternal::debugCb),
+      m_signals("MsgClampInternal", *this, nullptr, nullptr, nullptr, &MsgClampInternal::stopThreadsCb,
+                &MsgClampInternal::releaseMemCb, kShutdownPriority) {
+    msgClampDbg.set(&m_debugHook);
+    Subsystem::Registry::registerSignalHandlers(m_signals);
+}
 
-MsgClampInternal::~MsgClampInternal() = default;
+// Counts itself in, so that shutdown() does not come back here.
+MsgClampInternal::~MsgClampInternal() {
+    ++m_refs;
+    shutdown();
+}
 
 void MsgClampInternal::add(MsgClamp& site) {
     Lock const lock(getLock());
@@ -151,6 +168,35 @@ bool MsgClampInternal::releaseMemCb() {
         release();
     }
     return true;
+}
+
+bool MsgClampInternal::debugCb(DebugRecord const& record) {
+    DebuggerOn const& variable = *record.getVariable();
+    if (variable.on(kFlushNowBit)) {
+        flush(true);
+    }
+    if (variable.on(kCxxTestBit)) {
+        static MsgClamp cxxTest;
+        static int cxxTestCount = 0;
+        ++cxxTestCount; // refused or not: the numbers in the log jump over what was refused
+        cxxTest.error("MsgClamp c++ test #%d\n", cxxTestCount);
+    }
+    if (variable.on(kCTestBit)) {
+        static MsgClamp* ccTest = nullptr;
+        static int ccTestCount = 0;
+        if (!clampedMsg(&ccTest)) {
+            ++ccTestCount; // only what passes: the numbers run on
+            errorMsg("%sMsgClamp c test #%d\n", droppedMsg(&ccTest), ccTestCount);
+        }
+    }
+    return true;
+}
+
+void MsgClampInternal::shutdown() {
+    m_flusher.stop(true);
+    if (m_refs == 0) {
+        delete this;
+    }
 }
 
 void MsgClampInternal::clampLoop() {

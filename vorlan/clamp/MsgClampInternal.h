@@ -5,9 +5,12 @@
 #include "vorlan/clamp/ThreadMethod.h"
 #include "vorlan/foundation/Atomics.h"
 #include "vorlan/foundation/Compiler.h"
+#include "vorlan/foundation/DebugServices.h"
 #include "vorlan/foundation/RuntimeServices.h"
 #include "vorlan/foundation/SingletonHelper.h"
 #include "vorlan/foundation/ThreadAnnotations.h"
+#include "vorlan/lifecycle/Bridge.h"
+#include "vorlan/lifecycle/Subsystem.h"
 
 #include <cstdarg>
 #include <list>
@@ -15,8 +18,10 @@
 
 /// The clamp manager: the lock of all sites, their list, and the thread that releases what went quiet.
 ///
-/// Made on first use, by the first site of the process as a rule, and alive to the end of the process. Users
-/// of MsgClamp have no need to call it.
+/// Made on first use, by the first site of the process as a rule, and alive to the end of the process: it has
+/// no destructor at exit, so that sites may come and go before main and after it. Users of MsgClamp have no
+/// need to call it. It takes part in the process's shutdown as the subsystem "MsgClampInternal", priority 50,
+/// and acts on changes of the debug variable msgClampDbg.
 ///
 /// Threading: one lock guards the list and every field of every site, and is held across every sink call. No
 /// operation that takes it calls another that does.
@@ -78,10 +83,22 @@ public:
     /// Starts the flusher unless it runs.
     void startThreadLocked() VORLAN_REQUIRES(msgClampLock);
 
-    /// Phases of the process's shutdown; both always succeed. The first ends the flusher, the second empties
-    /// the list. Neither flushes, and sites go on working: one that closes later starts the flusher again.
+    /// The two phases of the process's shutdown in which the clamp system takes part; both always succeed.
+    /// The first ends the flusher, the second empties the list. Neither flushes: what a site holds stays
+    /// unsaid unless flushAll() was called before. Sites go on working, and one that closes later starts the
+    /// flusher again.
     bool stopThreadsCb();
     bool releaseMemCb() VORLAN_EXCLUDES(msgClampLock);
+
+    /// Acts on the bits of msgClampDbg, in this order: bit 2 flushes every site; bit 1 sends a numbered error
+    /// through a site of its own, bit 0 one through the C entry points. Always true. A bit stays set, and
+    /// acts again at the next change. Bit 3 acts in MsgClamp::clamped() and not here.
+    bool debugCb(DebugRecord const& record) VORLAN_EXCLUDES(msgClampLock);
+
+    /// Ends the flusher and, if no site is registered, the manager itself. That is for a process which has
+    /// released its memory and will neither use nor destroy a site again, not even one at file scope: there
+    /// is no second manager. The library never calls it.
+    void shutdown();
 
 private:
     friend class SingletonHelper<MsgClampInternal>;
@@ -95,4 +112,6 @@ private:
     AtomicCounter m_refs;
     ThreadMethod<MsgClampInternal> m_flusher;
     std::list<MsgClamp*> m_clamps VORLAN_GUARDED_BY(msgClampLock); // not owned
+    BridgeAnchor<MsgClampInternal, DebugRecord const&, bool> m_debugHook;
+    Subsystem::Signals<MsgClampInternal> m_signals;
 };
