@@ -1,10 +1,9 @@
 #include "tests/clamp/ClampFixture.h"
+#include "tests/support/CountingNew.h"
 
 #include "vorlan/clamp/MsgClampC.h"
 #include "vorlan/foundation/MessageServices.h"
 
-#include <cstdlib>
-#include <new>
 #include <random>
 
 extern "C" bool sendFromC(MsgClamp** site, int number);
@@ -380,28 +379,6 @@ TEST_F(MsgClampTest, EntryPointsCountWhatTheyRefuse) {
     EXPECT_STREQ(droppedMsg(&cell), "");
 }
 
-} // namespace
-
-// Counts what this program allocates, for the promise below.
-namespace {
-thread_local int allocations = 0;
-}
-void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* const block = std::malloc(size)) {
-        return block;
-    }
-    std::abort();
-}
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
-
-namespace {
-
 class QuietSink {
 public:
     QuietSink() { RecordingSinks::setDiscard(true); }
@@ -411,19 +388,19 @@ public:
 TEST_F(MsgClampTest, MessageOfAnOpenSiteAndARefusedOneAllocateNothing) {
     MsgClamp site;
     QuietSink const quiet;
-    int before = allocations;
+    int before = CountingNew::count();
     for (int i = 0; i < 15; ++i) {
         site.error("message %d of some length\n", i);
     }
-    EXPECT_EQ(allocations, before) << "an open site";
+    EXPECT_EQ(CountingNew::count(), before) << "an open site";
     site.error("closes\n");
     site.error("first refused\n");
     stopFlusher();
-    before = allocations;
+    before = CountingNew::count();
     for (int i = 0; i < 100; ++i) {
         site.error("message %d of some length\n", i);
     }
-    EXPECT_EQ(allocations, before) << "a closed site";
+    EXPECT_EQ(CountingNew::count(), before) << "a closed site";
 }
 
 } // namespace

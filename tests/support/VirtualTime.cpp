@@ -15,7 +15,7 @@ namespace {
 struct Sleeper {
     std::int64_t deadlineUs = 0;
     bool asleep = false;
-    bool wake = false;
+    bool wake = true;
 };
 
 struct State {
@@ -76,7 +76,9 @@ void sleepUntilMoved(std::int64_t deadlineUs) {
     Sleeper& self = membership.sleeper;
     State& s = state();
     std::unique_lock lock(s.mutex);
-    self.deadlineUs = deadlineUs;
+    if (self.wake) {
+        self.deadlineUs = deadlineUs;
+    } // else the last sleep came back early, and this one goes on with it
     self.wake = false;
     self.asleep = true;
     s.changed.notify_all();
