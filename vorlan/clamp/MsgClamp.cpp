@@ -105,16 +105,15 @@ void MsgClamp::flushAll() {
     MsgClampInternal::getRef().flush(true);
 }
 
-bool MsgClamp::clampVar(MsgType type, char const* fmt, va_list args) {
-    MsgClampInternal& manager = MsgClampInternal::getRef();
-    return (manager.*manager.getIntFmt(type, clamped()))(*this, fmt, args);
+bool MsgClamp::clamped() const {
+    return refuses(MsgClampInternal::getRef());
 }
 
-bool MsgClamp::clamped() const {
+// The decision of clamped(), for callers that have the manager at hand.
+inline bool MsgClamp::refuses(MsgClampInternal& manager) const {
     if (msgClampDbg.on(kUnclampAllBit)) {
         return false;
     }
-    MsgClampInternal& manager = MsgClampInternal::getRef();
     Lock const lock(manager.getLock());
     std::uint64_t const now = nowMs();
     std::uint64_t const gap = now - m_lastTime;
@@ -132,6 +131,11 @@ bool MsgClamp::clamped() const {
         setDropLocked(false);
     }
     return false;
+}
+
+bool MsgClamp::clampVar(MsgType type, char const* fmt, va_list args) {
+    MsgClampInternal& manager = MsgClampInternal::getRef();
+    return (manager.*manager.getIntFmt(type, refuses(manager)))(*this, fmt, args);
 }
 
 // Records the moment, and raises the budget of a site that starts afresh or has reached a grant point.

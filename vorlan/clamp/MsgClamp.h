@@ -9,6 +9,8 @@
 #include <cstdarg>
 #include <cstdint>
 
+class MsgClampInternal;
+
 /// The debug variable of the clamp system, "msgClampDbg". While bit 3 ("unclamp all") is set every message of
 /// the process passes; the other bits act when the variable is changed (MsgClampInternal::debugCb).
 extern VORLAN_API DebuggerOn msgClampDbg;
@@ -97,6 +99,11 @@ public:
     bool sendLocked(MsgType type, char const* fmt, va_list args) VORLAN_PRINTF(3, 0)
         VORLAN_REQUIRES(msgClampLock);
 
+    /// True if sendLocked() would only hand on: no prefix waits and nothing may have to be released before.
+    bool plainLocked() const VORLAN_REQUIRES(msgClampLock) {
+        return m_dropCount == 0 && m_dropPrefix == nullptr;
+    }
+
     /// Releases the held message, or leaves a prefix waiting if none is held. Without `force` only when the
     /// site has been quiet for more than 2 min. True if it built a prefix.
     bool flushLocked(bool force) const VORLAN_REQUIRES(msgClampLock);
@@ -111,6 +118,7 @@ public:
 private:
     bool clampVar(MsgType type, char const* fmt, va_list args) VORLAN_PRINTF(3, 0)
         VORLAN_EXCLUDES(msgClampLock);
+    bool refuses(MsgClampInternal& manager) const VORLAN_EXCLUDES(msgClampLock);
     void refillLocked(std::uint64_t now, std::uint64_t gap) const VORLAN_REQUIRES(msgClampLock);
     bool grantLocked(std::uint64_t gap) const VORLAN_REQUIRES(msgClampLock);
     void needBlockLocked() const VORLAN_REQUIRES(msgClampLock);

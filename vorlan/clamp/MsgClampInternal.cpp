@@ -131,7 +131,7 @@ bool MsgClampInternal::sendWarning(MsgClamp& site, char const* fmt, va_list args
 
 bool MsgClampInternal::send(MsgClamp& site, MsgType type, char const* fmt, va_list args) {
     Lock const lock(getLock());
-    return site.sendLocked(type, fmt, args);
+    return site.plainLocked() ? sendLocked(type, fmt, args) : site.sendLocked(type, fmt, args);
 }
 
 bool MsgClampInternal::sendLocked(MsgType type, char const* fmt, va_list args) {
