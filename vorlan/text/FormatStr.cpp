@@ -3,6 +3,7 @@
 #include "vorlan/foundation/OsEnv.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -111,21 +112,31 @@ FormatStr& FormatStr::vformat(char const* fmt, va_list args) {
 // length that vsnprintf told, or, where it told none, past the free bytes.
 bool FormatStr::tryFormat(char const* fmt, va_list args) {
     std::uint32_t const space = getSpace();
+    // Formatting is the dear part. Where little room is left the piece is made aside, so that one that does
+    // not fit is copied into the grown block and not formatted again.
+    std::array<char, kUsualCapacity> aside; // NOLINT(*-member-init): vsnprintf writes what is read
+    bool const inPlace = space >= aside.size();
+    char* const target = inPlace ? m_writePos : aside.data();
+    std::uint32_t const room = inPlace ? space : kUsualCapacity;
+
     va_list again;
     va_copy(again, args);
-    int const told = std::vsnprintf(m_writePos, space, fmt, again);
+    int const told = std::vsnprintf(target, room, fmt, again);
     va_end(again);
 
-    std::uint32_t length = static_cast<std::uint32_t>(told);
-    if (told < 0 || (getOsEnv() == 2 && length == space - 1)) {
-        length = space + 1;
+    bool const unknown = told < 0 || (getOsEnv() == 2 && static_cast<std::uint32_t>(told) == room - 1);
+    std::uint32_t const length = unknown ? space + 1 : static_cast<std::uint32_t>(told);
+    if (length >= space) {
+        *m_writePos = '\0';
+        allocBuf(length);
     }
-    if (length < space) {
-        return true;
+    if (unknown || length >= room) {
+        return false;
     }
-    *m_writePos = '\0';
-    allocBuf(length);
-    return false;
+    if (!inPlace) {
+        std::memcpy(m_writePos, aside.data(), length + 1);
+    }
+    return true;
 }
 
 FormatStr& FormatStr::reformat(char const* fmt, ...) {
@@ -200,9 +211,15 @@ unsigned int FormatStr::getSpace() {
     if (m_block == nullptr) {
         return 0;
     }
-    m_writePos += strnlen(m_writePos, fastGetSpace());
-    if (m_writePos == m_block + m_capacity) {
-        *--m_writePos = '\0'; // somebody wrote over the terminator from outside
+    m_writePos = std::max(m_writePos, m_block);
+    if (*m_writePos != '\0') {
+        m_writePos += std::strlen(m_writePos);
+    }
+    // Only a stray write can have taken the terminator away. It costs a byte of text then, and what is
+    // written next stays in the block.
+    if (m_writePos >= m_block + m_capacity) {
+        m_writePos = m_block + m_capacity - 1;
+        *m_writePos = '\0';
     }
     return fastGetSpace();
 }
