@@ -50,7 +50,7 @@ std::string describeWithString(Participant const& p) {
 
 void formatStr(benchmark::State& state) {
     Participant participant;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         benchmark::DoNotOptimize(participant);
         benchmark::DoNotOptimize(describeWithFormatStr(participant).get());
     }
@@ -59,7 +59,7 @@ BENCHMARK(formatStr);
 
 void string(benchmark::State& state) {
     Participant participant;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         benchmark::DoNotOptimize(participant);
         benchmark::DoNotOptimize(describeWithString(participant).c_str());
     }

@@ -47,7 +47,7 @@ struct Model {
         if (space() <= piece.size()) {
             makeRoom(piece.size());
         }
-        text += piece.c_str(); // a zero byte ends the text
+        text.append(piece, 0, piece.find('\0')); // a zero byte ends the text
     }
     void failingFormat() {
         capacity = capacity == 0 ? 128 : capacity;

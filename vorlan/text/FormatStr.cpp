@@ -190,7 +190,8 @@ void FormatStr::allocBuf(unsigned int want) {
     }
 }
 
-// Expects m_writePos on the terminator. The bytes behind the old size stay unwritten.
+// Expects m_writePos on the terminator. The new block is zero from there to the old size and unwritten
+// behind.
 void FormatStr::grow(unsigned int want) {
     std::uint32_t const used = fastGetUsedBytes();
     std::uint64_t const needed = std::uint64_t{used} + want;
@@ -211,12 +212,12 @@ unsigned int FormatStr::getSpace() {
     if (m_block == nullptr) {
         return 0;
     }
+    // Outside its block, before or behind, m_writePos can only be after a stray write. Brought back it costs
+    // a byte of text, and what is written next stays in the block.
     m_writePos = std::max(m_writePos, m_block);
     if (*m_writePos != '\0') {
         m_writePos += std::strlen(m_writePos);
     }
-    // Only a stray write can have taken the terminator away. It costs a byte of text then, and what is
-    // written next stays in the block.
     if (m_writePos >= m_block + m_capacity) {
         m_writePos = m_block + m_capacity - 1;
         *m_writePos = '\0';
