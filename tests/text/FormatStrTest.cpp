@@ -202,6 +202,18 @@ TEST(FormatStr, StartsWithTheBlockThatItsSizeAsksFor) {
     EXPECT_STREQ(FormatStr("%s-%d", "text", 1).get(), "text-1");
 }
 
+// Callers may look behind the terminator. Both pieces fall on the remains of a longer text.
+TEST(FormatStr, AppendedStringAndGrowthZeroTheRestOfTheBlock) {
+    FormatStr text(16);
+    std::string const zeroed = "abc" + std::string(13, '\0');
+    text.format("%15d", 1).resetString().cat("abc");
+    EXPECT_EQ(std::string(text.get(), 16), zeroed);
+    text.reformat("%15d", 1).reformat("abc").allocBuf(13);
+    EXPECT_EQ(std::string(text.get(), 16), zeroed) << "up to the old size";
+    text.cat("d");
+    EXPECT_EQ(std::string(text.get(), 256), "abcd" + std::string(252, '\0'));
+}
+
 VORLAN_PRINTF(2, 3) void threeTimes(FormatStr& text, char const* fmt, ...) {
     va_list args;
     va_start(args, fmt);
