@@ -22,6 +22,7 @@ extern VorlanPosix::JMutex msgClampLock;
 /// The kinds of message, by the numbers that every table of the clamp system is indexed with.
 class MsgClampEnum {
 public:
+    /// The kind of one message.
     enum MsgType : std::uint32_t {
         None = 0, ///< nothing is held
         Error = 1,
@@ -60,6 +61,8 @@ public:
     MsgClamp(MsgClamp const&) = delete;
     MsgClamp& operator=(MsgClamp const&) = delete;
 
+    /// One message in printf's way: decides, formats, and holds or sends it. True for a message that was
+    /// held, else what its sink gave.
     bool error(char const* fmt, ...) VORLAN_PRINTF(2, 3) VORLAN_EXCLUDES(msgClampLock);
     bool warning(char const* fmt, ...) VORLAN_PRINTF(2, 3) VORLAN_EXCLUDES(msgClampLock);
     bool info(char const* fmt, ...) VORLAN_PRINTF(2, 3) VORLAN_EXCLUDES(msgClampLock);

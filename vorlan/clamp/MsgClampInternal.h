@@ -30,15 +30,19 @@
 /// its site went quiet, if no message of the site comes first.
 class VORLAN_API MsgClampInternal : public MsgClampEnum, public SingletonHelper<MsgClampInternal> {
 public:
+    /// The operations of the tables: one that serves a site's message here, and the sinks with their two ways
+    /// to take arguments.
     using IntFmt = bool (MsgClampInternal::*)(MsgClamp&, char const* fmt, va_list args);
     using ExtFmt = bool (*)(char const* fmt, ...);
     using ExtVarFmt = bool (*)(char const* fmt, va_list args);
 
+    /// The one manager of the process, made on first use and never destroyed.
     static MsgClampInternal& getRef();
 
     MsgClampInternal(MsgClampInternal const&) = delete;
     MsgClampInternal& operator=(MsgClampInternal const&) = delete;
 
+    /// The lock of the list and of every site.
     VorlanPosix::JMutex& getLock() VORLAN_RETURN_CAPABILITY(msgClampLock) { return m_lock; }
 
     /// Enters a site at the front of the list, and takes one off; taking off what is not there does nothing.
@@ -56,11 +60,11 @@ public:
     ExtFmt getExtFmt(MsgType type) const;
     ExtVarFmt getExtVarFmt(MsgType type) const;
 
+    /// The entries of the table behind getIntFmt(): each holds, or sends, as a message of its type.
     bool holdError(MsgClamp& site, char const* fmt, va_list args) VORLAN_PRINTF(3, 0);
     bool holdDebug(MsgClamp& site, char const* fmt, va_list args) VORLAN_PRINTF(3, 0);
     bool holdInfo(MsgClamp& site, char const* fmt, va_list args) VORLAN_PRINTF(3, 0);
     bool holdWarning(MsgClamp& site, char const* fmt, va_list args) VORLAN_PRINTF(3, 0);
-
     bool sendError(MsgClamp& site, char const* fmt, va_list args) VORLAN_PRINTF(3, 0);
     bool sendDebug(MsgClamp& site, char const* fmt, va_list args) VORLAN_PRINTF(3, 0);
     bool sendInfo(MsgClamp& site, char const* fmt, va_list args) VORLAN_PRINTF(3, 0);

@@ -6,6 +6,7 @@
 
 /// One 32-bit cell. The operations below also accept any 4-byte integer in its place, so that it may alias.
 struct __attribute__((may_alias)) vrAtomic_t {
+    /// Only the operations below touch it once it is shared.
     std::uint32_t value;
 };
 
@@ -65,22 +66,25 @@ public:
     }
 };
 
-/// The four operations on any 4-byte integer; those that change it give the new value.
+/// The same four operations on any 4-byte integer. This one gives the value.
 template <class T>
 typename __Atomics<sizeof(T)>::IntType atomicGet(T* cell) {
     return __Atomics<sizeof(T)>::get(cell);
 }
 
+/// Adds 1 and gives the new value.
 template <class T>
 typename __Atomics<sizeof(T)>::IntType atomicInc(T* cell) {
     return __Atomics<sizeof(T)>::inc(cell);
 }
 
+/// Subtracts 1 and gives the new value.
 template <class T>
 typename __Atomics<sizeof(T)>::IntType atomicDec(T* cell) {
     return __Atomics<sizeof(T)>::dec(cell);
 }
 
+/// Adds, and gives the new value; the sum is cut to 32 bits.
 template <class T, class U>
 typename __Atomics<sizeof(T)>::IntType atomicAdd(T* cell, U delta) {
     return __Atomics<sizeof(T)>::add(cell, delta);
@@ -90,10 +94,12 @@ typename __Atomics<sizeof(T)>::IntType atomicAdd(T* cell, U delta) {
 /// store.
 class AtomicCounter {
 public:
+    /// Starts with the given count.
     AtomicCounter(int count) : m_count(count) {}
     AtomicCounter(AtomicCounter const&) = delete;
     AtomicCounter& operator=(AtomicCounter const&) = delete;
 
+    /// The count as it is now; another thread may change it at once.
     int getCount() const { return static_cast<int>(atomicGet(&m_count)); }
     bool operator==(int count) const { return getCount() == count; }
 

@@ -10,6 +10,7 @@ class BridgeHook;
 /// What a hook is told of the variable that was changed. Lives only for the call.
 class VORLAN_API DebugRecord {
 public:
+    /// The variable and the name that it has in the table; neither is owned by the record.
     virtual char const* getName() const = 0;
     virtual DebuggerOn* getVariable() const = 0;
 

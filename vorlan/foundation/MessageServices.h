@@ -22,6 +22,7 @@ VORLAN_API bool infoMsg(char const* fmt, ...) VORLAN_PRINTF(1, 2);
 VORLAN_API bool warningMsg(char const* fmt, ...) VORLAN_PRINTF(1, 2);
 VORLAN_API bool debugMsg(char const* fmt, ...) VORLAN_PRINTF(1, 2);
 
+/* The same with the arguments as a list, which is used up. */
 VORLAN_API bool errorMsgVar(char const* fmt, va_list args) VORLAN_PRINTF(1, 0);
 VORLAN_API bool infoMsgVar(char const* fmt, va_list args) VORLAN_PRINTF(1, 0);
 VORLAN_API bool warningMsgVar(char const* fmt, va_list args) VORLAN_PRINTF(1, 0);

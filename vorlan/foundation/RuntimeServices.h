@@ -29,6 +29,7 @@ public:
     JMutex(JMutex const&) = delete;
     JMutex& operator=(JMutex const&) = delete;
 
+    /// Waits for the mutex; and gives it back, on the thread that took it.
     void lock() VORLAN_ACQUIRE();
     void unlock() VORLAN_RELEASE();
 
@@ -98,6 +99,7 @@ public:
     /// The number given at construction.
     unsigned int priority() const { return m_priority; }
 
+    /// True from a stop() until the next start(). For startMethod() to look at.
     bool stopRequested() const { return m_stopRequested.load(std::memory_order_acquire); }
 
 private:

@@ -15,6 +15,7 @@ namespace VorlanPosix {
 template <class T>
 class VORLAN_SCOPED_CAPABILITY ScopeLock {
 public:
+    /// Waits for the mutex and takes it.
     explicit ScopeLock(T& mutex) VORLAN_ACQUIRE(mutex) : m_held(false), m_mutex(&mutex) { lock(); }
     ~ScopeLock() VORLAN_RELEASE();
     ScopeLock(ScopeLock const&) = delete;

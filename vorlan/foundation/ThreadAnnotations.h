@@ -4,6 +4,7 @@
 // not given back, an operation called without the lock that it expects.
 #pragma once
 
+/// How the compiler that knows the attributes spells one.
 #if defined(__clang__)
 #define VORLAN_THREAD_ATTRIBUTE(x) __attribute__((x))
 #else

@@ -79,8 +79,10 @@ private:
 template <class T, class Arg, class Result>
 class BridgeAnchor : public BridgeHook<Arg, Result> {
 public:
+    /// Bound from here on; the function must not be null.
     BridgeAnchor(T& object, Result (T::*method)(Arg)) : m_object(&object), m_method(method) {}
 
+    /// Calls the member function. Not for callers: they go through the guarded call.
     Result vCallCb(Arg arg) const override { return (m_object->*m_method)(std::forward<Arg>(arg)); }
 
 private:
@@ -92,8 +94,10 @@ private:
 template <class T, class Result>
 class BridgeAnchorVoid : public BridgeHookVoid<Result> {
 public:
+    /// Bound from here on; the function must not be null.
     BridgeAnchorVoid(T& object, Result (T::*method)()) : m_object(&object), m_method(method) {}
 
+    /// Calls the member function. Not for callers: they go through the guarded call.
     Result validGet() const override { return (m_object->*m_method)(); }
 
 private:

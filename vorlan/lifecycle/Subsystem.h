@@ -70,6 +70,7 @@ public:
     virtual AutoPtr<char> toString() const;
     virtual AutoPtr<char> toIdString() const;
 
+    /// As given at construction.
     char const* name() const { return m_name; }
     unsigned int initPriority() const { return m_initPriority; }
     unsigned int signalShutdownPriority() const { return m_signalShutdownPriority; }
@@ -130,6 +131,7 @@ private:
 /// during a run that has it in its list, except by its own last phase: its owner sees to that.
 class VORLAN_API Registry : public SingletonHelper<Registry> {
 public:
+    /// The one registry of the process, made on first use.
     static Registry& getRef();
 
     /// Asks for a participant to be added at the end of the list. It is not owned, and is called twice in
@@ -193,6 +195,7 @@ private:
 template <class T>
 class Signals : public BaseSignals {
 public:
+    /// A phase of the owner; true means success, and for the second that it has settled.
     using Callback = bool (T::*)();
     using CheckCallback = bool (T::*)(bool);
 

@@ -22,15 +22,17 @@ namespace VorlanPosix {
 /// Nothing here throws on bad input.
 class VORLAN_API DebugVariables {
 public:
+    /// The name of one bit.
     struct Label {
-        char const* text;
+        char const* text; ///< the variable's own, as given to its constructor
         unsigned int bit; ///< 0 to 31
     };
 
+    /// One row of the table, as it stood when it was listed.
     struct Variable {
-        DebuggerOn* variable;
-        char const* name;
-        unsigned int value;
+        DebuggerOn* variable;      ///< lives to the end of the process
+        char const* name;          ///< the variable's own, as given to its constructor
+        unsigned int value;        ///< the word at that moment
         std::vector<Label> labels; ///< in the order given to the constructor
     };
 

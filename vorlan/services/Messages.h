@@ -17,6 +17,7 @@
 
 namespace VorlanPosix {
 
+/// The four kinds of message, each with its own sink.
 enum class MessageKind { Error, Warning, Info, Debug };
 
 /// Takes one message, a printf format with its arguments, and gives false if it could not be delivered.

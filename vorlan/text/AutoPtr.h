@@ -37,8 +37,10 @@ private:
 template <class T>
 class AutoArrayPtr {
 public:
+    /// Owns the block, which comes from array new; null for none.
     explicit AutoArrayPtr(T* block) : m_block(block) {}
 
+    /// As in AutoPtr: a look at the block, and its release to the caller.
     T* get() const { return m_block.get(); }
     T* forget() const { return m_block.forget(); }
 

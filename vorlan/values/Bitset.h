@@ -42,6 +42,7 @@ public:
     /// block of exactly their byte length, which the caller frees with delete[]. No field changes.
     std::uint8_t* allocBits(int size);
 
+    /// One bit, by its index below size().
     void set(unsigned int index) { m_bits[index >> 3] |= static_cast<std::uint8_t>(1U << (index & 7)); }
     void clear(unsigned int index) { m_bits[index >> 3] &= static_cast<std::uint8_t>(~(1U << (index & 7))); }
     bool get(unsigned int index) const { return (m_bits[index >> 3] >> (index & 7) & 1) != 0; }
@@ -55,6 +56,7 @@ public:
     /// Sets the bit of every character's code. A character above 127 is no index of any set.
     void set(char const* characters);
 
+    /// All bits to one value.
     void setAll(bool value);
     void clearAll() { std::memset(m_bits, 0, byteLength()); }
 

@@ -28,6 +28,7 @@ class FixedPoint {
 public:
     constexpr FixedPoint() = default;
 
+    /// A whole number; the nearest that fits if it doesn't.
     template <class Integer, class = std::enable_if_t<std::is_integral_v<Integer>>>
     constexpr FixedPoint(Integer value);
 
@@ -43,6 +44,7 @@ public:
     /// The mask of the raw word's fraction bits. They count upward from int64Value(), below zero too.
     constexpr long long fractionMask() const { return (1LL << FractionBits) - 1; }
 
+    /// The value, rounded to what the type can hold.
     constexpr double doubleValue() const;
     constexpr float floatValue() const { return static_cast<float>(doubleValue()); }
 
@@ -52,6 +54,7 @@ public:
         return FixedPointText::make(m_raw, FractionBits, digits);
     }
 
+    /// In the order of the values.
     friend constexpr bool operator==(FixedPoint left, FixedPoint right) { return left.m_raw == right.m_raw; }
     friend constexpr bool operator!=(FixedPoint left, FixedPoint right) { return left.m_raw != right.m_raw; }
     friend constexpr bool operator<(FixedPoint left, FixedPoint right) { return left.m_raw < right.m_raw; }
