@@ -1,5 +1,5 @@
-#include "vorlan/text/FormatStr.h"
 #include "vorlan/values/Bitset.h"
+#include "vorlan/text/FormatStr.h"
 
 #include <algorithm>
 #include <bitset>
