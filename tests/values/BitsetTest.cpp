@@ -170,7 +170,7 @@ TEST(Bitset, AnyRowOfOperationsGivesTheBitsAndTheBlocksOfTheModel) {
             pairs.push_back({std::make_unique<Bitset>(size, true),
                              Model(static_cast<unsigned int>(size), true, ignored)});
         }
-        for (int step = 0; step < 20'000; ++step) {
+        for (int step = 0; step < 8'000; ++step) {
             Pair& target = pairs[random() % 3];
             Sizes made;
             s_made.clear();
