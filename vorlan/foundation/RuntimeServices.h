@@ -116,7 +116,7 @@ private:
     mutable VorlanPosix::JMutex m_mutex;
     std::condition_variable_any m_changed; // m_running, m_joinable or m_joining changed
     pthread_t m_thread VORLAN_GUARDED_BY(m_mutex){};
-    pid_t m_process VORLAN_GUARDED_BY(m_mutex) = 0;        // the process in which the thread was made
+    pid_t m_process VORLAN_GUARDED_BY(m_mutex) = 0;        // the process that the fields below tell of
     unsigned int m_runs VORLAN_GUARDED_BY(m_mutex) = 0;    // number of the current or last run
     unsigned int m_waiters VORLAN_GUARDED_BY(m_mutex) = 0; // threads inside stop(true)
     bool m_running VORLAN_GUARDED_BY(m_mutex) = false;

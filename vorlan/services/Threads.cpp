@@ -15,6 +15,13 @@ namespace {
 
 constexpr std::size_t kSmallestStack = 256 * 1024;
 
+// In whole pages: a size between two of them would be cut to the lower one, or refused.
+std::size_t stackSize(std::size_t wanted) {
+    auto const least = std::max(kSmallestStack, static_cast<std::size_t>(PTHREAD_STACK_MIN));
+    auto const page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return (std::max(wanted, least) + page - 1) / page * page;
+}
+
 // A new thread inherits the mask of its maker, so that no signal can reach it before it could block them.
 class AllSignalsBlocked {
 public:
@@ -125,8 +132,7 @@ bool BaseThread::endRun() {
 bool BaseThread::createLocked() {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    auto const smallestStack = std::max(kSmallestStack, static_cast<std::size_t>(PTHREAD_STACK_MIN));
-    pthread_attr_setstacksize(&attributes, std::max<std::size_t>(m_stackSize, smallestStack));
+    pthread_attr_setstacksize(&attributes, stackSize(m_stackSize));
     int failed = 0;
     {
         AllSignalsBlocked const blocked;
@@ -137,7 +143,6 @@ bool BaseThread::createLocked() {
         errorMsg("BaseThread \"%s\" can't be started: %s\n", m_name, std::strerror(failed));
         return false;
     }
-    m_process = getpid();
     return true;
 }
 
@@ -160,9 +165,11 @@ void BaseThread::joinEndedLocked() {
     }
 }
 
-// The thread of a parent process is not there to be waited for.
+// The threads of a parent process are not there to be waited for.
 void BaseThread::forgetAfterForkLocked() {
-    if (m_joinable && m_process != getpid()) {
+    pid_t const process = getpid();
+    if (m_process != process) {
+        m_process = process;
         m_running = m_joinable = m_joining = m_restart = false;
         m_waiters = 0;
     }

@@ -1,5 +1,7 @@
 #include "vorlan/values/Clock.h"
 
+#include "vorlan/foundation/RuntimeServices.h"
+#include "vorlan/foundation/ScopeLock.h"
 #include "vorlan/text/FormatStr.h"
 
 #include <ctime>
@@ -51,6 +53,17 @@ void appendTime(TimeOfDay const& time, FormatStr& out) {
     }
 }
 
+// localtime_r alone need not look at TZ again. The C library locks tzset by itself, but so that no thread
+// sanitizer sees it: every program that sends messages from two threads would be told of a race.
+std::tm localTime(std::time_t moment) {
+    static VorlanPosix::JMutex s_timeZone;
+    VorlanPosix::ScopeLock<VorlanPosix::JMutex> const lock(s_timeZone);
+    std::tm local{};
+    tzset();
+    localtime_r(&moment, &local);
+    return local;
+}
+
 } // namespace
 
 long long Clock::getGmtTime(Calendar const& cal) {
@@ -73,10 +86,7 @@ Clock::Calendar Clock::getLocalCal(long long time) {
         --seconds;
         time += kSecondUs;
     }
-    tzset(); // localtime_r alone need not look at TZ again
-    std::time_t const moment = seconds;
-    std::tm local{};
-    localtime_r(&moment, &local);
+    std::tm const local = localTime(seconds);
     long long const year = local.tm_year + 1900LL;
 
     Calendar cal;
