@@ -24,7 +24,9 @@ protected:
 /// A variable at file scope may be used before its constructor has run: its word reads as the zero that the
 /// storage holds, and neither a value nor a hook given early is lost. A variable is never taken off the
 /// table, so that it must live to the end of the process.
-/// Threading: the word is read and written without a lock, as one access that never tears.
+/// Threading: the word is read and written without a lock, as one access that never tears. That these
+/// accesses are atomic also keeps optimisers from dropping a store because the variable is built only after
+/// it.
 class VORLAN_API DebuggerOn {
 public:
     /// Enters the variable in the table. `name` and the labels must outlive the process's use of the table.

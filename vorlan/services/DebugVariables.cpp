@@ -19,8 +19,8 @@
 #include <string_view>
 #include <utility>
 
-// g++ takes an object for undetermined when its constructor begins, and may so drop what was stored before.
-// A debug variable keeps what its storage holds.
+// g++ takes an object for undetermined when its constructor begins, and drops plain stores made before. The
+// variable's own accesses are atomic, which it leaves alone; this tells it that the word is alive all along.
 #if defined(__GNUC__) && !defined(__clang__)
 #define VORLAN_KEEPS_EARLIER_STORES __attribute__((optimize("no-lifetime-dse")))
 #else

@@ -9,6 +9,7 @@
 // the text. A line feed ends the line whether the message brought one or not. Lines of two threads never mix;
 // those of two processes on one pipe don't as long as they fit its atomic size (PIPE_BUF, 4096 bytes on
 // Linux). On a stderr that can't take more at the moment a sink waits, one that is set not to block included.
+// No sink is meant for signal handlers: formatting and the time zone are not safe there.
 #pragma once
 
 #include "vorlan/foundation/Compiler.h"
