@@ -37,6 +37,21 @@ std::string report(BridgeBase const* base) {
     return text;
 }
 
+// UBSan finds calls through dead objects by itself; these are meant.
+#define VORLAN_TEST_CALLS_THE_DEAD __attribute__((no_sanitize("vptr")))
+
+VORLAN_TEST_CALLS_THE_DEAD bool callDead(BridgeHook<bool, bool> const* hook) {
+    return hook->callCb(false);
+}
+
+VORLAN_TEST_CALLS_THE_DEAD bool callDead(BridgeHookVoid<bool> const* hook) {
+    return hook->callCb();
+}
+
+VORLAN_TEST_CALLS_THE_DEAD bool getDead(BridgeHookVoid<bool> const* hook) {
+    return hook->get();
+}
+
 // Storage that outlives the anchor in it, as a member of an object at file scope does at exit.
 template <class Anchor>
 class Remains {
@@ -87,10 +102,10 @@ TEST(Bridge, DeadHookReportsEachCallAndNeverReachesTheObject) {
 
     std::destroy_at(flip);
     std::destroy_at(get);
-    EXPECT_FALSE(flipHook->callCb(false));
-    EXPECT_FALSE(flipHook->callCb(false));
-    EXPECT_FALSE(getHook->get());
-    EXPECT_FALSE(getHook->callCb());
+    EXPECT_FALSE(callDead(flipHook));
+    EXPECT_FALSE(callDead(flipHook));
+    EXPECT_FALSE(getDead(getHook));
+    EXPECT_FALSE(callDead(getHook));
     EXPECT_EQ(owner.calls, 0);
     EXPECT_THAT(RecordingSinks::takeLines(),
                 ElementsAre(report(flipBase), report(flipBase), report(getBase), report(getBase)));

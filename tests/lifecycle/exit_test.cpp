@@ -1,12 +1,12 @@
 // What happens to the participants when a process ends, on real processes: everything that they write.
 
+#include "tests/lifecycle/RegistryOutput.h"
 #include "tests/support/ChildProcess.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <future>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -38,12 +38,6 @@ std::string shutdownOf(std::string const& name) {
     return kOpening + kSignalling + "|       signal shutdown -> " + name + "(@)\ntold\n" + kSettling + polls +
            polls + polls + kStopping + "|       stop threads -> " + name + "(@)\nstopped\n" + kReleasing +
            "|       release memory -> " + name + "(@)\n" + kFinished;
-}
-
-// Addresses become @. The library's own participant, which a shared build always has, is left out.
-std::string normalized(std::string const& text) {
-    std::string const own = std::regex_replace(text, std::regex("[^\n]*MsgClampInternal\\([^\n]*\n"), "");
-    return std::regex_replace(own, std::regex("0x[0-9a-f]+"), "@");
 }
 
 struct Exit {

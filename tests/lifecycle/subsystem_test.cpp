@@ -3,6 +3,7 @@
 
 #include "vorlan/lifecycle/Subsystem.h"
 
+#include "tests/lifecycle/RegistryOutput.h"
 #include "tests/support/VirtualTime.h"
 
 #include <gmock/gmock.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -33,18 +35,11 @@ using testing::MatchesRegex;
 
 constexpr int kMostStarts = 64; // more initSubsystems() than any test leaves behind
 
-// What went to stderr since the last call, without what the library's own participant adds in a shared build.
+// What went to stderr since the last call.
 std::string takeOutput() {
     std::string const all = testing::internal::GetCapturedStderr();
     testing::internal::CaptureStderr();
-    std::string own;
-    for (std::size_t from = 0, to = 0; from < all.size(); from = to) {
-        to = std::min(all.find('\n', from), all.size() - 1) + 1;
-        if (all.find("MsgClampInternal(", from) >= to) {
-            own += all.substr(from, to - from);
-        }
-    }
-    return own;
+    return withoutLibrary(all);
 }
 
 struct Refuser : BaseSignals {
@@ -621,26 +616,27 @@ TEST_F(RegistryTest, SettleStageTakesEveryCourse) {
 // list is fixed then, and whoever registers in it is not called.
 class Gate {
 public:
+    explicit Gate(int workers) : m_workers(workers) {}
+
     bool signalShutdown() {
-        m_visitsBefore = visits;
-        m_window.unlock();
+        std::lock_guard const lock(m_mutex);
+        m_visits = 0;
+        m_open = true;
+        m_changed.notify_all();
         return true;
     }
-    // Holds the run up until somebody came and went in this window, or all are waiting for its end.
+    // Holds the run up until somebody came and went in this window, or all that are left wait for its end.
     bool checkFinished(bool) {
-        while (visits == m_visitsBefore && m_waiting < workers) {
-            std::this_thread::yield();
-        }
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_visits > 0 || m_waiting == m_workers; });
         return true;
     }
     bool releaseMem() {
-        m_window.lock();
+        std::unique_lock lock(m_mutex);
+        m_open = false;
+        m_changed.wait(lock, [this] { return m_inside == 0; });
         return true;
     }
-
-    // For the thread that runs: the window stays shut but for the phases of a run.
-    void shut() { m_window.lock(); }
-    void leave() { m_window.unlock(); }
 
     // What the owners promise to a run: nobody in its list is destroyed while it goes on.
     void run() {
@@ -649,22 +645,45 @@ public:
         EXPECT_TRUE(Registry::initSubsystems());
     }
 
-    std::shared_lock<std::shared_mutex> betweenRuns() {
-        ++m_waiting;
-        std::shared_lock lock(m_owners);
-        --m_waiting;
-        return lock;
+    template <class Action>
+    void betweenRuns(Action action) {
+        change(m_waiting, 1);
+        std::shared_lock const lock(m_owners);
+        change(m_waiting, -1);
+        action();
     }
-    std::shared_lock<std::shared_mutex> insideRun() { return std::shared_lock(m_window); }
-
-    std::atomic<int> visits{0};
-    std::atomic<int> workers{0};
+    template <class Action>
+    void insideRun(Action action) {
+        {
+            std::unique_lock lock(m_mutex);
+            m_changed.wait(lock, [this] { return m_open; });
+            ++m_inside;
+        }
+        action();
+        change(m_visits, 1);
+        change(m_inside, -1);
+    }
+    void workerEnds() { change(m_workers, -1); }
+    bool working() {
+        std::lock_guard const lock(m_mutex);
+        return m_workers > 0;
+    }
 
 private:
-    int m_visitsBefore = 0;
-    std::atomic<int> m_waiting{0};
+    void change(int& count, int by) {
+        std::lock_guard const lock(m_mutex);
+        count += by;
+        m_changed.notify_all();
+    }
+
     std::shared_mutex m_owners;
-    std::shared_mutex m_window;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_open = false; // the window
+    int m_visits = 0;    // in this window, ended
+    int m_inside = 0;    // in this window, going on
+    int m_waiting = 0;   // for the end of a run
+    int m_workers;
 };
 
 // Registered by a thread, touched by the runs: TSan sees every call that the locks do not order.
@@ -687,22 +706,20 @@ int liveLivesAt(Gate& gate, int lives) {
     for (int i = 0; i < lives; ++i) {
         auto longLife = std::make_unique<Visitor>();
         if (i % 2 == 0) {
-            auto const lock = gate.betweenRuns();
-            longLife->enter();
+            gate.betweenRuns([&] { longLife->enter(); });
         } else {
             longLife->enter();
         }
-        {
-            auto const lock = gate.insideRun();
+        gate.insideRun([] {
             Visitor shortLife;
             shortLife.enter();
             shortLife.leave();
             shortLife.enter();
-            ++gate.visits;
-        }
-        auto const lock = gate.betweenRuns();
-        called += longLife->touched > 0 ? 1 : 0;
-        longLife.reset();
+        });
+        gate.betweenRuns([&] {
+            called += longLife->touched > 0 ? 1 : 0;
+            longLife.reset();
+        });
     }
     return called;
 }
@@ -711,24 +728,21 @@ int liveLivesAt(Gate& gate, int lives) {
 TEST_F(RegistryTest, ThreadsComeAndGoWhileRunsGoOn) {
     constexpr int kThreads = 4;
     constexpr int kLives = 20;
-    Gate gate;
+    Gate gate(kThreads);
     auto signals = std::make_unique<Subsystem::Signals<Gate>>(
         "Gate", gate, nullptr, &Gate::signalShutdown, &Gate::checkFinished, nullptr, &Gate::releaseMem, 50u);
     Registry::registerSignalHandlers(*signals);
-    gate.shut();
-    gate.workers = kThreads;
     std::atomic<int> called{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&gate, &called] {
             called += liveLivesAt(gate, kLives);
-            --gate.workers;
+            gate.workerEnds();
         });
     }
-    while (gate.workers > 0) {
+    while (gate.working()) {
         gate.run();
     }
-    gate.leave();
     for (std::thread& thread : threads) {
         thread.join();
     }
