@@ -2,7 +2,7 @@
 //
 // Run it with the environment variable VRSSRLOG set to see what the registry does:
 //
-//     VRSSRLOG=1 ./example_lifecycle
+//     VRSSRLOG=1 ./lifecycle
 
 #include "vorlan/lifecycle/Subsystem.h"
 #include "vorlan/values/Clock.h"

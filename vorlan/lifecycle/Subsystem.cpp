@@ -223,6 +223,7 @@ AutoPtr<char> BaseSignals::describe(void const* owner, void const* const (&ancho
 }
 
 Registry::Registry() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): as safe as the process is that changes its environment
     if (std::getenv("VRSSRLOG") != nullptr) {
         s_logFn.store(&stderrMsg, std::memory_order_relaxed);
     }

@@ -128,7 +128,7 @@ private:
 /// of each run; the variable is read once, at first use.
 ///
 /// Threading: any thread may call anything here; runs exclude each other. A participant must not be destroyed
-/// during a run that has it in its list, except by its own last phase: its owner sees to that.
+/// while a run has it in its list: its owner sees to that.
 class VORLAN_API Registry : public SingletonHelper<Registry> {
 public:
     /// The one registry of the process, made on first use.

@@ -56,7 +56,9 @@ void destroyAndCall(Anchor* anchor, Call call) {
     check(call(anchor) && calls == callsBefore + 1, "a living hook does not call");
     std::destroy_at(anchor);
     check(wordInMemory(base) == 0, "the stamp of a dead hook is not 0 in memory");
-    check(!call(anchor) && !call(anchor), "a dead hook gives a result");
+    for (int i = 0; i < 2; ++i) {
+        check(!call(anchor), "a dead hook gives a result");
+    }
     check(calls == callsBefore + 1, "a dead hook reaches the object");
     check(reports == reportsBefore + 2, "a dead hook is not reported");
 }

@@ -1,5 +1,5 @@
 // The participants, the registry and its runs, in virtual time. The process runs with VRSSRLOG set, so that
-// what the registry prints is compared too. The exits of a process are in exit_test.cpp.
+// what the registry prints is compared too. The exits of a process are in ExitTest.cpp.
 
 #include "vorlan/lifecycle/Subsystem.h"
 
@@ -406,6 +406,7 @@ TEST_F(RegistryTest, RandomLivesMatchTheModelLineByLine) {
         Random random(seed);
         Model model(somePlans(random, kParts));
         std::vector<std::unique_ptr<Part>> parts;
+        parts.reserve(kParts);
         for (int id = 0; id < kParts; ++id) {
             parts.push_back(std::make_unique<Part>(id, model.plans[static_cast<std::size_t>(id)], parts));
         }
@@ -734,6 +735,7 @@ TEST_F(RegistryTest, ThreadsComeAndGoWhileRunsGoOn) {
     Registry::registerSignalHandlers(*signals);
     std::atomic<int> called{0};
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&gate, &called] {
             called += liveLivesAt(gate, kLives);
@@ -759,8 +761,10 @@ TEST_F(RegistryTest, ThreadsComeAndGoWhileRunsGoOn) {
 // VRSSRLOG counts at the first use of the registry, which in a shared build comes before main: the process
 // starts anew with it.
 int main(int argc, char** argv) {
+    // NOLINTBEGIN(concurrency-mt-unsafe): there is one thread yet
     if (std::getenv("VRSSRLOG") == nullptr) {
         setenv("VRSSRLOG", "", 1);
+        // NOLINTEND(concurrency-mt-unsafe)
         execv("/proc/self/exe", argv);
         std::perror("execv");
         return 1;

@@ -1,5 +1,6 @@
 #include "vorlan/lifecycle/Bridge.h"
 
+#include "tests/support/CountingNew.h"
 #include "tests/support/RecordingSinks.h"
 
 #include <gmock/gmock.h>
@@ -76,10 +77,12 @@ TEST(Bridge, LivingHookPassesArgumentAndResultOn) {
     BridgeAnchorVoid<Owner, void> const touch(owner, &Owner::touch);
 
     BridgeHook<bool, bool> const& flipHook = flip;
+    BridgeHookVoid<bool> const& getHook = get;
+    int const before = CountingNew::count();
     EXPECT_TRUE(flipHook.callCb(false));
     EXPECT_FALSE(flipHook.callCb(true));
-    BridgeHookVoid<bool> const& getHook = get;
     EXPECT_TRUE(getHook.get() && getHook.callCb());
+    EXPECT_EQ(CountingNew::count(), before);
     EXPECT_EQ(*pass.callCb(std::make_unique<int>(7)), 7);
     add.callCb(10);
     touch.callCb();
