@@ -518,7 +518,8 @@ using Pattern = std::array<bool, 31>; // settled or not, by poll
 
 // Gives the pattern's results and keeps what it was asked.
 struct Settler : BaseSignals {
-    Settler() : BaseSignals("Settler", 0, 0, 2, 0, 0) {}
+    Settler() : BaseSignals("Settler", 0, 0, 2, 0, 0) { Registry::registerSignalHandlers(*this); }
+    ~Settler() override { Registry::unregisterSignalHandlers(*this); }
     bool checkFinished(bool last) override {
         asked.push_back(last);
         return pattern.at(asked.size() - 1);
@@ -529,7 +530,8 @@ struct Settler : BaseSignals {
 
 // Stands behind the settler, and so is asked in its settled polls alone.
 struct Follower : BaseSignals {
-    Follower() : BaseSignals("Follower", 0, 0, 1, 0, 0) {}
+    Follower() : BaseSignals("Follower", 0, 0, 1, 0, 0) { Registry::registerSignalHandlers(*this); }
+    ~Follower() override { Registry::unregisterSignalHandlers(*this); }
     bool checkFinished(bool) override { return ++asked > 0; }
     bool stopThreads() override { return ++stopped > 0; }
     long asked = 0;
@@ -584,10 +586,8 @@ std::set<Pattern> allPatterns() {
 }
 
 TEST_F(RegistryTest, SettleStageTakesEveryCourse) {
-    Settler settler;
     Follower follower;
-    Registry::registerSignalHandlers(follower);
-    Registry::registerSignalHandlers(settler);
+    Settler settler;
     int good = 0;
     std::set<Pattern> const patterns = allPatterns();
     for (Pattern const& pattern : patterns) {
@@ -607,8 +607,6 @@ TEST_F(RegistryTest, SettleStageTakesEveryCourse) {
     }
     EXPECT_GT(good, 0);
     EXPECT_LT(good, static_cast<int>(patterns.size()));
-    Registry::unregisterSignalHandlers(settler);
-    Registry::unregisterSignalHandlers(follower);
 }
 
 // ---- Threads
