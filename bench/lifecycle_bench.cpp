@@ -33,7 +33,7 @@ struct Owner : Interface {
 void plainVirtualCall(benchmark::State& state) {
     Owner owner;
     Interface* target = &owner;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         benchmark::DoNotOptimize(target);
         benchmark::DoNotOptimize(target->call(1));
     }
@@ -53,7 +53,7 @@ void unguardedBinding(benchmark::State& state) {
     Owner owner;
     Binding binding(owner);
     Interface* target = &binding;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         benchmark::DoNotOptimize(target);
         benchmark::DoNotOptimize(target->call(1));
     }
@@ -64,7 +64,7 @@ void hookCall(benchmark::State& state) {
     Owner owner;
     BridgeAnchor<Owner, int, bool> const anchor(owner, &Owner::callCb);
     BridgeHook<int, bool> const* hook = &anchor;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         benchmark::DoNotOptimize(hook);
         benchmark::DoNotOptimize(hook->callCb(1));
     }
@@ -104,7 +104,7 @@ void manyParticipants(benchmark::State& state) {
     double shutdownMs = 0;
     double unregisterMs = 0;
     double applyMs = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         {
             StageTimer const timer(registerMs);
             for (Participant& p : participants) {
