@@ -10,11 +10,15 @@ namespace {
 // The messages of one site that is flooded with twenty of them.
 std::string flood(std::string const& head, std::string const& subject, std::string const& problem) {
     std::string text;
+    auto const line = [&](std::string const& prefix, int number) {
+        text.append(head).append(prefix).append(subject).append(std::to_string(number)).append(problem) +=
+            '\n';
+    };
     for (int i = 1; i < 16; ++i) {
-        text += head + subject + std::to_string(i) + problem + "\n";
+        line("", i);
     }
-    text += head + "[drop...] " + subject + "16" + problem + "\n";
-    text += head + "[3 delayed 00:00:00] " + subject + "20" + problem + "\n";
+    line("[drop...] ", 16);
+    line("[3 delayed 00:00:00] ", 20);
     return text;
 }
 

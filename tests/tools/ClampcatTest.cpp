@@ -332,8 +332,8 @@ TEST(Clampcat, NothingIsLostWhileTimePasses) {
         std::string out;
         for (unsigned int round = 1; round <= kRounds; ++round) {
             // The marker's shape is a new one, so that it always comes out, and with it all before it.
-            std::string const marker = "\nmarker " + std::string(round, 'm') + "\n";
-            child.write(joined(randomLines(kLines - 1, round)) + marker.substr(1));
+            std::string const marker = "marker " + std::string(round, 'm') + "\n";
+            child.write(joined(randomLines(kLines - 1, round)) + marker);
             for (std::size_t const before = out.size(); out.find(marker, before) == std::string::npos;) {
                 out += child.read(1);
             }

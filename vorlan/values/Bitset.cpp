@@ -19,18 +19,34 @@ constexpr std::array<std::uint8_t, 256> countBits() {
 
 constexpr std::array<std::uint8_t, 256> kBitCounts = countBits();
 
-// Eight bytes at a time, which compilers widen to the machine's vectors.
+// So many words that a compiler finds one vector of 16 bytes in two.
+template <std::size_t Words, class Operation>
+void combineWords(std::uint8_t* __restrict out, std::uint8_t const* left, std::uint8_t const* right,
+                  Operation operation) {
+    std::uint64_t leftWords[Words];
+    std::uint64_t rightWords[Words];
+    std::memcpy(leftWords, left, sizeof leftWords);
+    std::memcpy(rightWords, right, sizeof rightWords);
+    for (std::size_t i = 0; i < Words; ++i) {
+        leftWords[i] = operation(leftWords[i], rightWords[i]);
+    }
+    std::memcpy(out, leftWords, sizeof leftWords);
+}
+
+// Four vectors a round: a loop over one of them takes half as long again.
 template <class Operation>
 void combine(std::uint8_t* __restrict out, std::uint8_t const* left, std::uint8_t const* right,
              std::size_t bytes, Operation operation) {
+    auto const vector = [&](std::size_t at) { combineWords<2>(out + at, left + at, right + at, operation); };
     std::size_t at = 0;
-    for (; at + sizeof(std::uint64_t) <= bytes; at += sizeof(std::uint64_t)) {
-        std::uint64_t leftWord = 0;
-        std::uint64_t rightWord = 0;
-        std::memcpy(&leftWord, left + at, sizeof leftWord);
-        std::memcpy(&rightWord, right + at, sizeof rightWord);
-        std::uint64_t const word = operation(leftWord, rightWord);
-        std::memcpy(out + at, &word, sizeof word);
+    for (; at + 64 <= bytes; at += 64) {
+        vector(at);
+        vector(at + 16);
+        vector(at + 32);
+        vector(at + 48);
+    }
+    for (; at + 8 <= bytes; at += 8) {
+        combineWords<1>(out + at, left + at, right + at, operation);
     }
     for (; at < bytes; ++at) {
         out[at] = static_cast<std::uint8_t>(operation(left[at], right[at]));

@@ -26,20 +26,16 @@ TEST(TimeString, ADurationGoesByItsLargestPart) {
     Row const rows[] = {
         {0, "0ms"},
         {999, "0ms"},
-        {1'000, "1ms"},
         {999'999, "999ms"},
         {1'000'000, "1.000s"},
-        {1'500'000, "1.500s"},
         {59'999'999, "59.999s"},
         {60'000'000, "1:00.000"},
-        {61'001'000, "1:01.001"},
         {3'599'999'999, "59:59.999"},
         {3'600'000'000, "1:00:00.000"},
         {3'661'001'000, "1:01:01.001"},
         {86'399'999'999, "23:59:59.999"},
         {-1, "-0ms"},
         {-1'500'000, "-1.500s"},
-        {-3'661'001'000, "-1:01:01.001"},
         {-90'000'000'000, "-25:00:00.000"},
         {LLONG_MIN, "-2562047788:00:54.775"},
     };
@@ -51,9 +47,6 @@ TEST(TimeString, ADurationGoesByItsLargestPart) {
 
 TEST(TimeString, ADayAndMoreIsAMomentOfWhichTheTimeOfDayShows) {
     EXPECT_STREQ(Clock::timeString(86'400'000'000).get(), "0ms");
-    s_answer.year = 2024;
-    s_answer.month = 1;
-    s_answer.day = 29;
     s_answer.min = 5;
     s_answer.sec = 2;
     s_answer.msec = 123;
