@@ -5,7 +5,7 @@
 #include <sys/types.h>
 #include <vector>
 
-/// Starts words[0]; signals have their default actions in it. A wait of more than 30 s throws.
+/// Starts words[0], its signals at their default actions, its stderr going where its stdout goes.
 class LiveChild {
 public:
     explicit LiveChild(std::vector<std::string> words);
@@ -13,26 +13,23 @@ public:
     LiveChild(LiveChild const&) = delete;
     LiveChild& operator=(LiveChild const&) = delete;
 
-    void write(std::string const& text);
-    void closeInput();
-    void closeOutput();
-    void kill(int signal);
+    void write(std::string const& text) const;
+    void kill(int signal) const;
 
-    /// Waits for `count` line feeds of output and gives all that came with them.
-    std::string read(int count);
+    /// Waits for `text` to come and gives all that came with it since the last call. Throws where the output
+    /// ends without it, or brings nothing for 30 s.
+    std::string readTo(std::string const& text);
 
-    /// The output up to its end.
-    std::string readRest();
-
-    /// What it wrote to stderr up to its end.
-    std::string errors();
+    /// Closes the input and gives the output up to its end.
+    std::string finish();
 
     /// Waits for the end: the exit code, or minus the signal.
     int wait();
 
 private:
+    bool readMore(std::string& all) const;
+
     pid_t m_pid = 0;
     int m_in = -1;
     int m_out = -1;
-    int m_err = -1;
 };
