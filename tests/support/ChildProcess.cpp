@@ -1,5 +1,6 @@
 #include "tests/support/ChildProcess.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -141,4 +142,17 @@ ChildResult runChild(std::vector<std::string> const& words, ChildInput const& in
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     return result;
+}
+
+std::string maskAddresses(std::string const& text) {
+    std::string masked;
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t const start = text.find("0x", at);
+        if (start == std::string::npos) {
+            return masked + text.substr(at);
+        }
+        masked += text.substr(at, start - at) + "0x#";
+        at = std::min(text.find_first_not_of("0123456789abcdef", start + 2), text.size());
+    }
+    return masked;
 }

@@ -22,3 +22,6 @@ struct ChildInput {
 /// Runs words[0] with its arguments to its end and gives what it wrote and how it ended. Throws
 /// std::system_error where the program can't be started.
 ChildResult runChild(std::vector<std::string> const& words, ChildInput const& input = {});
+
+/// The text with each address, as "%p" prints it, written as 0x#: addresses differ from run to run.
+std::string maskAddresses(std::string const& text);

@@ -47,6 +47,12 @@ void implicitShutdown() {
     Registry::shutdownSubsystems();
 }
 
+// Calls implicitShutdown() at exit. An object and not atexit(): its destructor keeps its place among those of
+// a shared library under the thread sanitizer too, and at dlclose().
+struct ExitHandler {
+    ~ExitHandler() { implicitShutdown(); }
+};
+
 // The order of a phase: the higher number first, and no phase reverses it.
 template <unsigned int (BaseSignals::*priority)() const>
 bool higher(BaseSignals const* a, BaseSignals const* b) {
@@ -299,15 +305,11 @@ void Registry::dbgMsg(char const* format, ...) {
 }
 
 void Registry::queueSignalOp(QOp op) {
-    static bool registeredExitHandler = false;
     Lock const lock(m_queueLock);
     if (s_registryGone.load(std::memory_order_relaxed)) {
         return;
     }
-    if (!registeredExitHandler) {
-        registeredExitHandler = true;
-        std::atexit(implicitShutdown);
-    }
+    static ExitHandler const handlerOfFirstRequest;
     m_queue.push(op);
 }
 
