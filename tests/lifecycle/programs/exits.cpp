@@ -1,6 +1,6 @@
 // Ends in the way that its argument names. The test compares everything on stderr, and the exit code.
 
-#include "vorlan/lifecycle/Subsystem.h"
+#include "tests/lifecycle/programs/Engine.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,28 +11,6 @@
 namespace {
 
 using Subsystem::Registry;
-
-struct Engine {
-    explicit Engine(char const* name)
-        : signals(name, *this, nullptr, &Engine::signal, nullptr, &Engine::stop, nullptr, 50) {}
-
-    void enter() { Registry::registerSignalHandlers(signals); }
-    bool signal() {
-        if (inSignal != nullptr) {
-            inSignal();
-        }
-        std::fprintf(stderr, "told\n");
-        return --refusals < 0;
-    }
-    bool stop() {
-        std::fprintf(stderr, "stopped\n");
-        return true;
-    }
-
-    void (*inSignal)() = nullptr;
-    int refusals = 0;
-    Subsystem::Signals<Engine> signals;
-};
 
 // Lives as long as the process.
 Engine& engine() {

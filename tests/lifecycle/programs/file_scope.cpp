@@ -1,28 +1,18 @@
 // Registers from constructors at file scope: one owner that goes before the registry does, one that stays.
 
-#include "vorlan/lifecycle/Subsystem.h"
-
-#include <cstdio>
+#include "tests/lifecycle/programs/Engine.h"
 
 namespace {
 
-struct Engine {
-    explicit Engine(char const* name)
-        : signals(name, *this, nullptr, nullptr, nullptr, &Engine::stop, nullptr, 0) {
-        Subsystem::Registry::registerSignalHandlers(signals);
-    }
-    bool stop() {
-        std::fprintf(stderr, "stopped\n");
-        return true;
-    }
-    Subsystem::Signals<Engine> signals;
+struct Registered : Engine {
+    explicit Registered(char const* name) : Engine(name) { enter(); }
 };
 
-Engine s_first("First");
-Engine& s_second = *new Engine("Second");
+Registered s_first("First");
+Registered& s_second = *new Registered("Second");
 
 } // namespace
 
 int main() {
-    return s_second.signals.name() != nullptr ? 0 : 1;
+    return s_second.refusals;
 }
