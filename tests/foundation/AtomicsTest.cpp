@@ -15,7 +15,9 @@ struct HasAtomics : std::false_type {};
 template <std::size_t N>
 struct HasAtomics<N, std::void_t<decltype(sizeof(__Atomics<N>))>> : std::true_type {};
 
-static_assert(HasAtomics<4>::value && !HasAtomics<2>::value && !HasAtomics<8>::value);
+static_assert(HasAtomics<4>::value);
+static_assert(!HasAtomics<2>::value);
+static_assert(!HasAtomics<8>::value);
 static_assert(std::is_same_v<__Atomics<4>::IntType, std::uint32_t>);
 static_assert(sizeof(vrAtomic_t) == 4 && sizeof(AtomicCounter) == 4);
 static_assert(!std::is_copy_constructible_v<AtomicCounter> && !std::is_copy_assignable_v<AtomicCounter>);

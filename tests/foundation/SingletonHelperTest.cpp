@@ -1,5 +1,5 @@
-#include "tests/support/VirtualTime.h"
 #include "vorlan/foundation/SingletonHelper.h"
+#include "tests/support/VirtualTime.h"
 #include "vorlan/values/Clock.h"
 
 #include <gtest/gtest.h>

@@ -179,7 +179,9 @@ char const* unchecked(char const* fmt) {
 class Messages : public testing::Test {
 protected:
     // A zone that differs from GMT, and that has no hour twice.
-    static void SetUpTestSuite() { setenv("TZ", "XYZ-5:30", 1); }
+    static void SetUpTestSuite() {
+        setenv("TZ", "XYZ-5:30", 1); // NOLINT(concurrency-mt-unsafe): no other thread runs yet
+    }
 
     void TearDown() override {
         setLoggingFlags(0);

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -140,7 +141,8 @@ bool BaseThread::createLocked() {
     }
     pthread_attr_destroy(&attributes);
     if (failed != 0) {
-        errorMsg("BaseThread \"%s\" can't be started: %s\n", m_name, std::strerror(failed));
+        errorMsg("BaseThread \"%s\" can't be started: %s\n", m_name,
+                 std::generic_category().message(failed).c_str());
         return false;
     }
     return true;
