@@ -147,6 +147,7 @@ TEST_F(MsgClampInternalTest, NothingIsLostWhileSitesComeAndGo) {
         }
     });
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     MsgClamp shared;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&] {

@@ -12,8 +12,6 @@
 #include <system_error>
 #include <unistd.h>
 
-extern char** environ;
-
 namespace {
 
 struct Pipe {
@@ -40,6 +38,7 @@ struct Pipe {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> all;
+    all.reserve(texts.size() + 1);
     for (std::string& text : texts) {
         all.push_back(text.data());
     }
@@ -61,7 +60,7 @@ std::vector<std::string> environmentOf(ChildInput const& input) {
         }
     }
     for (auto const& [name, value] : input.environment) {
-        all.push_back(name + "=" + value);
+        all.push_back(std::string(name).append("=").append(value));
     }
     return all;
 }
