@@ -82,9 +82,9 @@ TEST_F(DiagnosticsTest, ReturnCodesShowPlaceAndLineByTheLevel) {
 
 // One clamp for all three: sixteen of any mixture pass, from however many threads, and the rest is counted.
 TEST_F(DiagnosticsTest, StormOfTracesFallsUnderOneClamp) {
-    std::vector<std::thread> threads;
+    std::thread threads[3];
     for (int t = 0; t < 3; ++t) {
-        threads.emplace_back([t] {
+        threads[t] = std::thread([t] {
             for (unsigned int i = 0; i < 100; ++i) {
                 t == 0   ? logNull("f", "n.c", i)
                 : t == 1 ? logFalse("f", "f.c", i)

@@ -9,6 +9,8 @@
 
 namespace {
 
+// NOLINTBEGIN(concurrency-mt-unsafe): only the main thread comes here
+
 int threads() {
     int count = 0;
     DIR* const tasks = opendir("/proc/self/task");
@@ -55,6 +57,8 @@ void useOnce(char const* path) {
         dlclose(still);
     }
 }
+
+// NOLINTEND(concurrency-mt-unsafe)
 
 } // namespace
 
