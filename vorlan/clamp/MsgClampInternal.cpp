@@ -6,6 +6,7 @@
 #include "vorlan/values/Clock.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace {
 
@@ -151,7 +152,9 @@ void MsgClampInternal::flush(bool force) {
 
 void MsgClampInternal::startThreadLocked() {
     if (!m_flusher.running()) {
+        int const callers = errno; // the message that closes the site may print it with "%m"
         m_flusher.start();
+        errno = callers;
     }
 }
 
