@@ -1,21 +1,6 @@
-// The static objects here are built before those of EarlyUseMain.cpp, whose variables they use.
+// The store here comes before the variable is built, which is in the next source to be linked.
 
-#include "tests/services/EarlyUse.h"
+#include "vorlan/foundation/DebugServices.h"
 
-HookOwner& hookOwner() {
-    static auto* const s_owner = new HookOwner;
-    return *s_owner;
-}
-
-namespace {
-
-struct Early {
-    Early() {
-        farVariable.setValue(0x51);
-        actingVariable.setValue(0x52);
-        hookedVariable.set(&hookOwner().anchor);
-        hookedVariable.setValue(0x53);
-    }
-} const s_early;
-
-} // namespace
+extern DebuggerOn farVariable;
+[[maybe_unused]] static bool const s_early = (farVariable.setValue(0x51), true);
