@@ -20,7 +20,7 @@ public:
     ~Worker() override { stop(true); }
 
     void startMethod() override {
-        static_cast<char volatile*>(alloca(200'000))[0] = 1; // the stack is larger than what was asked for
+        static_cast<char volatile*>(alloca(100'000))[0] = 1; // the stack is larger than what was asked for
         pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
         EXPECT_EQ(entered, left) << "two runs at a time";
         if (++entered == 1) {
@@ -88,7 +88,7 @@ TEST(JMutexDeathTest, TakenTwiceAbortsWithOneLine) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     VorlanPosix::JMutex mutex;
     std::unique_lock const once(mutex);
-    EXPECT_EXIT(mutex.lock(), testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(std::unique_lock{mutex}, testing::KilledBySignal(SIGABRT),
                 "^VorlanPosix::JMutex: a thread locks a mutex that it holds already [^\n]*; aborting\n$");
 }
 
