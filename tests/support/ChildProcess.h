@@ -19,8 +19,9 @@ struct ChildInput {
     std::vector<std::string> unset;                 ///< variables taken out of it
 };
 
-/// Runs words[0] with its arguments to its end and gives what it wrote and how it ended. Throws
-/// std::system_error where the program can't be started.
+/// Runs words[0] with its arguments to its end and gives what it wrote and how it ended; a program that can't
+/// be started gives the exit code 126 or 127 and a reason on stderr. What a grandchild writes after the
+/// child's end is lost. Safe from any thread.
 ChildResult runChild(std::vector<std::string> const& words, ChildInput const& input = {});
 
 /// The text with each address, as "%p" prints it, written as 0x#: addresses differ from run to run.

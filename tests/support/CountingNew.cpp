@@ -12,17 +12,13 @@ thread_local std::size_t newestSize = 0;
 
 } // namespace
 
-namespace CountingNew {
-
-int count() {
+int CountingNew::count() {
     return allocations;
 }
 
-std::size_t lastSize() {
+std::size_t CountingNew::lastSize() {
     return newestSize;
 }
-
-} // namespace CountingNew
 
 void* operator new(std::size_t size) {
     ++allocations;
@@ -33,17 +29,9 @@ void* operator new(std::size_t size) {
     throw std::bad_alloc();
 }
 
+// The address sanitizer brings these in forms that do not come through those without array or size.
 void* operator new[](std::size_t size) {
     return operator new(size);
-}
-
-// Address sanitizer brings these in a form that does not come through the two above.
-void* operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept {
-    return std::malloc(size);
-}
-
-void* operator new[](std::size_t size, std::nothrow_t const& /*tag*/) noexcept {
-    return std::malloc(size);
 }
 
 void operator delete(void* block) noexcept {

@@ -2,6 +2,7 @@
 
 #include "vorlan/foundation/MessageServices.h"
 
+#include <array>
 #include <atomic>
 #include <cstdio>
 #include <mutex>
@@ -9,14 +10,15 @@
 
 namespace {
 
+using Observer = std::function<void(RecordingSinks::Message const&)>;
+
 struct State {
     std::mutex mutex;
     std::vector<RecordingSinks::Message> messages;
-    std::function<void(RecordingSinks::Message const&)> observer;
+    Observer observer;
     std::atomic<bool> discard{false};
-    bool result = true;
-    std::uint32_t knownFlags = 3;
-    std::uint32_t lastFlags = 0;
+    std::atomic<bool> result{true};
+    std::atomic<std::uint32_t> lastFlags{0};
 };
 
 // Never destroyed: exit handlers of the program under test may still send.
@@ -26,41 +28,31 @@ State& state() {
 }
 
 VORLAN_PRINTF(2, 0) bool record(char const* sink, char const* fmt, va_list args) {
-    if (state().discard) {
+    State& s = state();
+    if (s.discard) {
         return true;
     }
-    va_list again;
-    va_copy(again, args);
-    std::string text(static_cast<std::size_t>(vsnprintf(nullptr, 0, fmt, again)), '\0');
-    va_end(again);
-    vsnprintf(text.data(), text.size() + 1, fmt, args);
-
-    State& s = state();
-    RecordingSinks::Message const message{sink, text, fmt};
-    std::function<void(RecordingSinks::Message const&)> observer;
-    bool result = false;
-    {
-        std::lock_guard lock(s.mutex);
-        s.messages.push_back(message);
-        observer = s.observer;
-        result = s.result;
-    }
+    std::array<char, 4096> text{}; // no test sends more
+    std::vsnprintf(text.data(), text.size(), fmt, args);
+    RecordingSinks::Message const message{sink, text.data()};
+    std::unique_lock lock(s.mutex);
+    s.messages.push_back(message);
+    Observer const observer = s.observer;
+    lock.unlock();
     if (observer) {
         observer(message);
     }
-    return result;
+    return s.result;
 }
 
 } // namespace
 
-namespace RecordingSinks {
-
-std::vector<Message> take() {
-    std::lock_guard lock(state().mutex);
+std::vector<RecordingSinks::Message> RecordingSinks::take() {
+    std::lock_guard const lock(state().mutex);
     return std::exchange(state().messages, {});
 }
 
-std::vector<std::string> takeLines() {
+std::vector<std::string> RecordingSinks::takeLines() {
     std::vector<std::string> lines;
     for (Message const& m : take()) {
         lines.push_back(m.sink + ": " + m.text);
@@ -68,38 +60,28 @@ std::vector<std::string> takeLines() {
     return lines;
 }
 
-void setResult(bool result) {
-    std::lock_guard lock(state().mutex);
+void RecordingSinks::setResult(bool result) {
     state().result = result;
 }
 
-void setDiscard(bool discard) {
+void RecordingSinks::setDiscard(bool discard) {
     state().discard = discard;
 }
 
-void setObserver(std::function<void(Message const&)> observer) {
-    std::lock_guard lock(state().mutex);
+void RecordingSinks::setObserver(Observer observer) {
+    std::lock_guard const lock(state().mutex);
     state().observer = std::move(observer);
 }
 
-void setKnownFlags(std::uint32_t mask) {
-    std::lock_guard lock(state().mutex);
-    state().knownFlags = mask;
-}
-
-std::uint32_t lastFlags() {
-    std::lock_guard lock(state().mutex);
+std::uint32_t RecordingSinks::lastFlags() {
     return state().lastFlags;
 }
 
-void reset() {
+void RecordingSinks::reset() {
     setObserver({});
     setResult(true);
-    setKnownFlags(3);
     take();
 }
-
-} // namespace RecordingSinks
 
 #define VORLAN_RECORDING_SINK(name)                                                                          \
     extern "C" bool name(char const* fmt, ...) {                                                             \
@@ -119,7 +101,6 @@ VORLAN_RECORDING_SINK(warningMsg)
 VORLAN_RECORDING_SINK(debugMsg)
 
 extern "C" std::uint32_t setLoggingFlags(std::uint32_t flags) {
-    std::lock_guard lock(state().mutex);
     state().lastFlags = flags;
-    return flags & state().knownFlags;
+    return flags & 3;
 }

@@ -13,7 +13,6 @@ namespace RecordingSinks {
 struct Message {
     std::string sink;
     std::string text;
-    std::string format;
 };
 
 /// Gives the messages since the last call, oldest first, and forgets them.
@@ -31,8 +30,7 @@ void setDiscard(bool discard);
 /// Called with each message inside the sink, after it was recorded; empty for none.
 void setObserver(std::function<void(Message const&)> observer);
 
-/// What setLoggingFlags() takes: the flags given to it cut to this mask; and the last flags given.
-void setKnownFlags(std::uint32_t mask);
+/// The flags that setLoggingFlags() got last; it takes the lowest two.
 std::uint32_t lastFlags();
 
 /// Forgets the messages, the observer and the settings.

@@ -7,24 +7,22 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <thread>
 
 namespace {
 
-struct Sleeper {
-    std::int64_t deadlineUs = 0;
-    bool asleep = false;
-    bool wake = true;
-};
+struct Sleeper;
 
 struct State {
     std::mutex mutex;
     std::condition_variable changed;
     std::atomic<std::int64_t> nowUs{VirtualTime::kStartUs};
-    std::thread::id driver = std::this_thread::get_id();
-    std::vector<Sleeper*> sleepers; // every thread that has slept and not ended
-    std::vector<std::uint32_t> driverSleeps;
+    std::atomic<std::thread::id> driver{std::this_thread::get_id()};
+    std::size_t sleepers = 0;                       // threads that have slept and not ended
+    std::multimap<std::int64_t, Sleeper*> sleeping; // those of them that sleep now, by their deadlines
+    std::vector<std::uint32_t> driverSleeps;        // the driver's own
 };
 
 // Never destroyed: threads and exit handlers of the program under test may outlive main.
@@ -33,91 +31,76 @@ State& state() {
     return *s;
 }
 
-// Enters its thread among the sleepers at the first sleep and takes it off when the thread ends.
-struct Membership {
-    Membership() {
-        std::lock_guard lock(state().mutex);
-        state().sleepers.push_back(&sleeper);
-    }
-    ~Membership() {
-        std::lock_guard lock(state().mutex);
-        auto& all = state().sleepers;
-        all.erase(std::remove(all.begin(), all.end(), &sleeper), all.end());
+// One for each thread, from its first sleep to its end.
+struct Sleeper {
+    Sleeper() { change(1); }
+    ~Sleeper() { change(-1); }
+    Sleeper(Sleeper const&) = delete;
+    Sleeper& operator=(Sleeper const&) = delete;
+
+    static void change(int by) {
+        std::lock_guard const lock(state().mutex);
+        state().sleepers += static_cast<std::size_t>(by);
         state().changed.notify_all();
     }
-    Sleeper sleeper;
+
+    std::int64_t deadlineUs = 0; // 0 where the last one was reached
 };
 
-bool allAsleep(State const& s) {
-    return std::all_of(s.sleepers.begin(), s.sleepers.end(), [](Sleeper* t) { return t->asleep; });
-}
-
-void advanceTo(std::int64_t target) {
-    State& s = state();
-    std::unique_lock lock(s.mutex);
-    for (;;) {
-        s.changed.wait(lock, [&] { return allAsleep(s); });
-        auto const next = std::min_element(s.sleepers.begin(), s.sleepers.end(), [](Sleeper* a, Sleeper* b) {
-            return a->deadlineUs < b->deadlineUs;
-        });
-        if (next == s.sleepers.end() || (*next)->deadlineUs > target) {
-            break;
-        }
-        s.nowUs = std::max(s.nowUs.load(), (*next)->deadlineUs);
-        (*next)->wake = true;
-        (*next)->asleep = false;
-        s.changed.notify_all();
-    }
-    s.nowUs = target;
-}
-
 void sleepUntilMoved(std::int64_t deadlineUs) {
-    static thread_local Membership membership;
-    Sleeper& self = membership.sleeper;
+    static thread_local Sleeper self;
     State& s = state();
     std::unique_lock lock(s.mutex);
-    if (self.wake) {
+    if (self.deadlineUs == 0) {
         self.deadlineUs = deadlineUs;
     } // else the last sleep came back early, and this one goes on with it
-    self.wake = false;
-    self.asleep = true;
+    auto const entry = s.sleeping.emplace(self.deadlineUs, &self);
     s.changed.notify_all();
-    s.changed.wait_for(lock, std::chrono::microseconds(200), [&] { return self.wake; });
-    self.asleep = false;
+    if (!s.changed.wait_for(lock, std::chrono::microseconds(200), [] { return self.deadlineUs == 0; })) {
+        s.sleeping.erase(entry);
+    }
 }
 
 } // namespace
 
-namespace VirtualTime {
-
-void reset() {
-    std::lock_guard lock(state().mutex);
+void VirtualTime::reset() {
     state().nowUs = kStartUs;
     state().driver = std::this_thread::get_id();
     state().driverSleeps.clear();
 }
 
-void advanceMs(std::int64_t milliseconds) {
+void VirtualTime::advanceMs(std::int64_t milliseconds) {
     advanceUs(milliseconds * 1000);
 }
 
-void advanceUs(std::int64_t microseconds) {
-    advanceTo(state().nowUs + microseconds);
-}
-
-void awaitSleepers(int count) {
+void VirtualTime::advanceUs(std::int64_t microseconds) {
     State& s = state();
+    std::int64_t const target = s.nowUs + microseconds;
     std::unique_lock lock(s.mutex);
-    s.changed.wait(lock,
-                   [&] { return s.sleepers.size() == static_cast<std::size_t>(count) && allAsleep(s); });
+    for (;;) {
+        s.changed.wait(lock, [&] { return s.sleeping.size() == s.sleepers; });
+        auto const next = s.sleeping.begin();
+        if (next == s.sleeping.end() || next->first > target) {
+            break;
+        }
+        s.nowUs = std::max(s.nowUs.load(), next->first);
+        next->second->deadlineUs = 0;
+        s.sleeping.erase(next);
+        s.changed.notify_all();
+    }
+    s.nowUs = target;
 }
 
-std::vector<std::uint32_t> driverSleeps() {
-    std::lock_guard lock(state().mutex);
+void VirtualTime::awaitSleepers(int count) {
+    State& s = state();
+    auto const wanted = static_cast<std::size_t>(count);
+    std::unique_lock lock(s.mutex);
+    s.changed.wait(lock, [&] { return s.sleepers == wanted && s.sleeping.size() == wanted; });
+}
+
+std::vector<std::uint32_t> VirtualTime::driverSleeps() {
     return state().driverSleeps;
 }
-
-} // namespace VirtualTime
 
 long long Clock::nowRelative() {
     return state().nowUs;
@@ -125,15 +108,8 @@ long long Clock::nowRelative() {
 
 extern "C" void waitMsec(std::uint32_t milliseconds) {
     State& s = state();
-    bool driver = false;
-    {
-        std::lock_guard lock(s.mutex);
-        driver = std::this_thread::get_id() == s.driver;
-        if (driver) {
-            s.driverSleeps.push_back(milliseconds);
-        }
-    }
-    if (driver) {
+    if (std::this_thread::get_id() == s.driver.load()) {
+        s.driverSleeps.push_back(milliseconds);
         VirtualTime::advanceMs(milliseconds);
     } else {
         sleepUntilMoved(s.nowUs + std::int64_t{milliseconds} * 1000);
