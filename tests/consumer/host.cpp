@@ -1,40 +1,30 @@
 // A host that brings every service itself: messages, clock and sleep, the GMT calendar, the debug variables,
-// threads and the mutex's last word. It proves that nothing beside these is missing.
+// threads and the mutex's last word. It proves that nothing beside these is missing. The flood closes its
+// site, which starts the flusher thread; the end of main stops it.
 
-#include "vorlan/clamp/MsgClamp.h"
+#include "vorlan/foundation/DebugServices.h"
 #include "vorlan/foundation/MessageServices.h"
 #include "vorlan/foundation/RuntimeServices.h"
 #include "vorlan/foundation/ScopeLock.h"
-#include "vorlan/lifecycle/Bridge.h"
-#include "vorlan/lifecycle/Subsystem.h"
 #include "vorlan/values/Clock.h"
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <thread>
 
 // Messages.
 
-namespace {
-
-VORLAN_PRINTF(2, 0) bool print(char const* kind, char const* fmt, va_list args) {
-    std::fprintf(stderr, "host %s ", kind);
-    std::vfprintf(stderr, fmt, args);
-    return std::fputc('\n', stderr) != EOF;
-}
-
-} // namespace
-
 #define HOST_SINK(name, kind)                                                                                \
     bool name##Var(char const* fmt, va_list args) {                                                          \
-        return print(kind, fmt, args);                                                                       \
+        std::fputs("host " kind " ", stderr);                                                                \
+        std::vfprintf(stderr, fmt, args);                                                                    \
+        return std::fputc('\n', stderr) != EOF;                                                              \
     }                                                                                                        \
     bool name(char const* fmt, ...) {                                                                        \
         va_list args;                                                                                        \
         va_start(args, fmt);                                                                                 \
-        bool const sent = print(kind, fmt, args);                                                            \
+        bool const sent = name##Var(fmt, args);                                                              \
         va_end(args);                                                                                        \
         return sent;                                                                                         \
     }
@@ -52,8 +42,7 @@ uint32_t setLoggingFlags(uint32_t) {
 
 long long Clock::nowRelative() {
     static auto const start = std::chrono::steady_clock::now() - std::chrono::hours(1);
-    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start)
-        .count();
+    return (std::chrono::steady_clock::now() - start) / std::chrono::microseconds(1);
 }
 
 void waitMsec(std::uint32_t milliseconds) {
@@ -61,42 +50,19 @@ void waitMsec(std::uint32_t milliseconds) {
 }
 
 Clock::Calendar Clock::getGmtCal(long long time) {
-    std::time_t const seconds = time / 1'000'000;
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    Calendar cal;
+    Calendar cal; // no more of it than a time of day
     cal.msec = static_cast<std::uint16_t>(time / 1000 % 1000);
-    cal.sec = static_cast<std::uint8_t>(parts.tm_sec);
-    cal.min = static_cast<std::uint8_t>(parts.tm_min);
-    cal.hour = static_cast<std::uint8_t>(parts.tm_hour);
-    cal.day = static_cast<std::uint8_t>(parts.tm_mday);
-    cal.month = static_cast<std::uint8_t>(parts.tm_mon);
-    cal.year = static_cast<std::uint16_t>(parts.tm_year + 1900);
+    cal.sec = static_cast<std::uint8_t>(time / 1'000'000 % 60);
+    cal.min = static_cast<std::uint8_t>(time / 60'000'000 % 60);
+    cal.hour = static_cast<std::uint8_t>(time / 3'600'000'000 % 24);
     return cal;
 }
 
-// Debug variables: this host has one hook's worth of them. Both places are zero before any constructor runs.
-
-namespace {
-
-DebuggerOn* s_variable;
-BridgeHook<DebugRecord const&, bool> const* s_hook;
-
-struct Record final : DebugRecord {
-    char const* getName() const override { return "msgClampDbg"; }
-    DebuggerOn* getVariable() const override { return s_variable; }
-};
-
-} // namespace
+// Debug variables: this host never changes one, and so needs no hook.
 
 DebuggerOn::DebuggerOn(char const*, unsigned int, ...) {}
 
-void DebuggerOn::set(BridgeHook<DebugRecord const&, bool> const* hook) {
-    if (this == &msgClampDbg) {
-        s_variable = this;
-        s_hook = hook;
-    }
-}
+void DebuggerOn::set(BridgeHook<DebugRecord const&, bool> const*) {}
 
 // Threads. The mutex is inline but for its last word.
 
@@ -136,17 +102,4 @@ void BaseThread::stop(bool) {
 bool BaseThread::running() const {
     VorlanPosix::ScopeLock<VorlanPosix::JMutex> const lock(m_mutex);
     return m_running;
-}
-
-// The program. Closing the site starts the flusher thread, and the end of main stops it.
-
-int main() {
-    static MsgClamp clamp;
-    for (int pump = 1; pump <= 20; ++pump) {
-        clamp.error("pump %d: no answer", pump);
-    }
-    AutoPtr<char> const time = Clock::timeString(3'661'001'000);
-    infoMsg("calendar %s", time.get());
-    clamp.flush();
-    return Subsystem::Registry::shutdownSubsystems() ? 0 : 1;
 }
