@@ -25,4 +25,4 @@ struct ChildInput {
 ChildResult runChild(std::vector<std::string> const& words, ChildInput const& input = {});
 
 /// The text with each address, as "%p" prints it, written as 0x#: addresses differ from run to run.
-std::string maskAddresses(std::string const& text);
+std::string maskAddresses(std::string text);
