@@ -29,9 +29,13 @@ void* operator new(std::size_t size) {
     throw std::bad_alloc();
 }
 
-// The address sanitizer brings these in forms that do not come through those without array or size.
+// Without these the address sanitizer brings its own, which match nothing here.
 void* operator new[](std::size_t size) {
     return operator new(size);
+}
+
+void* operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept {
+    return std::malloc(size);
 }
 
 void operator delete(void* block) noexcept {
