@@ -8,7 +8,7 @@
 static std::string flood(std::string const& head, std::string const& subject, std::string const& problem) {
     std::string text;
     for (int i = 1; i <= 15; ++i) {
-        text += head + subject + std::to_string(i) + problem + "\n";
+        text.append(head).append(subject).append(std::to_string(i)).append(problem).append("\n");
     }
     text += head + "\\[drop\\.\\.\\.] " + subject + "16" + problem + "\n";
     return text + head + "\\[3 delayed 00:00:00] " + subject + "20" + problem + "\n";

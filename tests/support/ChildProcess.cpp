@@ -1,5 +1,6 @@
 #include "tests/support/ChildProcess.h"
 
+#include <algorithm>
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/mman.h>
@@ -35,11 +36,9 @@ ChildResult runChild(std::vector<std::string> const& words, ChildInput const& in
         command.push_back(std::string(name).append("=").append(value));
     }
     command.insert(command.end(), words.begin(), words.end());
-    std::vector<char*> argv;
-    for (std::string& word : command) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
+    std::vector<char*> argv(command.size() + 1);
+    std::transform(command.begin(), command.end(), argv.begin(),
+                   [](std::string& word) { return word.data(); });
 
     int const files[] = {makeFile(input.in), makeFile(""), makeFile("")};
     posix_spawn_file_actions_t actions;

@@ -1,4 +1,4 @@
-// clampcat, run as a program. Where the text of the output counts, its clock stands still.
+// clampcat, run as a program whose clock stands still.
 
 #include "tests/support/ChildProcess.h"
 
@@ -41,10 +41,11 @@ std::string const kSetup = R"sh(
     show() { until [ "$line" = "$1" ]; do read -r line <&4 || break; echo "$line"; done; }
 )sh";
 
-// Starts clampcat and ends it with a signal after it has shown its first lines.
+// Ends clampcat with a signal after it has shown its first lines, and gives both its outputs and its end. The
+// shell itself may have a word to say of that too.
 std::string signalled(std::string const& signal) {
-    return "env --default-signal clampcat < in > out & open; cat >&3; show seen; kill -" + signal +
-           " $!; cat <&4; wait $!; echo $?";
+    return "env --default-signal clampcat < in > out 2>&1 & open; exec 2> a; cat >&3; show seen; kill -" +
+           signal + " $!; cat <&4; wait $!; echo $?";
 }
 
 // Line feeds that are missing, mistakes on the command line, descriptors that a shell hands over badly, and
@@ -55,7 +56,7 @@ TEST(Clampcat, InTheShell) {
     std::string const t20 = numbered("t", 1, 20);
     std::string const held = "[3 delayed 00:00:00] t 20\n";
     std::string const begun = t20 + "seen\nnot whole";
-    std::string const seen = burst("t") + "seen\nnot whole\n" + held;
+    std::string const seen = burst("t") + "seen\nnot whole\n" + held + summary(22, 19, 3);
     struct {
         std::string command;
         std::string in;
@@ -63,7 +64,6 @@ TEST(Clampcat, InTheShell) {
         std::string err;
         int exitCode = 0;
     } const rows[] = {
-        {"clampcat", "", "", summary(0, 0, 0)},
         {"clampcat", "\n\na\nb", "\n\na\nb", summary(4, 4, 3)},
         {"clampcat", t20 + "end", burst("t") + "end\n" + held, summary(21, 18, 2)},
         {"head -c -1 | clampcat", t20, burst("t") + held, summary(20, 17, 1)},
@@ -80,9 +80,9 @@ TEST(Clampcat, InTheShell) {
         {"clampcat a > /dev/full", "", "", "clampcat: standard output: No space left on device\n", 1},
         {"clampcat b >> b", "", "", "clampcat: b: input file is output file\n" + summary(0, 0, 0), 1},
         {"{ trap '' PIPE; clampcat large; echo $? >&2; } | true", "", "", "1\n"},
-        {signalled("HUP"), begun, seen + "129\n", summary(22, 19, 3)},
-        {signalled("INT"), begun, seen + "130\n", summary(22, 19, 3)},
-        {signalled("TERM"), begun, seen + "143\n", summary(22, 19, 3)},
+        {signalled("HUP"), begun, seen + "129\n", ""},
+        {signalled("INT"), begun, seen + "130\n", ""},
+        {signalled("TERM"), begun, seen + "143\n", ""},
         {"clampcat < in > out & open; cat >&3; show a; kill -INT $!; cat b >&3; show b; exec 3>&-; wait $!",
          "a\n", "a\nb\n", summary(2, 2, 2)}, // INT is ignored in the background
         {"CLOCK_RUNS= clampcat < in > out 2> a & open; cat >&3; sed '/t 20$/q' <&4 | grep -o 't 20$'", t20,
@@ -94,7 +94,8 @@ TEST(Clampcat, InTheShell) {
     };
     for (auto const& row : rows) {
         ChildResult const result =
-            runChild({"sh", "-c", kSetup + row.command, CLAMPCAT_OWN_CLOCK}, {row.in, {}, {"VRSSRLOG"}});
+            runChild({"timeout", "60", "sh", "-c", kSetup + row.command, CLAMPCAT_OWN_CLOCK},
+                     {row.in, {}, {"VRSSRLOG"}});
         EXPECT_EQ(result.out, row.out) << row.command;
         EXPECT_EQ(result.err, row.err) << row.command;
         EXPECT_EQ(result.exitCode, row.exitCode) << row.command;
@@ -105,12 +106,14 @@ TEST(Clampcat, InTheShell) {
 // ends with the block.
 TEST(Clampcat, LongLines) {
     std::minstd_rand random(1);
-    std::string big(10'000'000, '\0');
+    std::string big;
+    big.resize(10'000'000);
     std::generate(big.begin(), big.end(), [&random] { return static_cast<char>(random() % 246 + 11); });
     std::string const block = std::string(256 * 1024 - 1, 'y') + "\n";
     std::string const passing = big + "\n" + block + block + "x" + block;
     std::string const name(300'000, 'k');
-    ChildResult const result = runChild({CLAMPCAT}, {passing + numbered(name, 1, 20) + big, {}, {}});
+    ChildResult const result =
+        runChild({CLAMPCAT_OWN_CLOCK}, {passing + numbered(name, 1, 20) + big, {}, {}});
     EXPECT_TRUE(result.out ==
                 passing + burst(name) + big + "\n[3 delayed 00:00:00] " + name.substr(0, 191) + "\n");
     EXPECT_EQ(result.err, summary(25, 22, 4));
@@ -164,7 +167,8 @@ struct Model {
         Site const& site = sites.front();
         if (site.count > 16) {
             ++shown;
-            std::string const text = site.last.substr(0, 191).c_str();
+            std::string text = site.last.substr(0, 191);
+            text.resize(std::min(text.size(), text.find('\0')));
             out += "[" + std::to_string(site.count - 17) + " delayed 00:00:00] " + text;
             out += text.back() == '\n' ? "" : "\n";
         }

@@ -10,7 +10,6 @@
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
-#include <utility>
 
 namespace {
 
