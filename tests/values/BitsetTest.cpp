@@ -1,231 +1,130 @@
 #include "vorlan/values/Bitset.h"
 #include "vorlan/text/FormatStr.h"
 
+#include "tests/support/CountingNew.h"
+
 #include <algorithm>
 #include <bitset>
-#include <functional>
 #include <gtest/gtest.h>
-#include <memory>
 #include <new>
 #include <random>
 #include <string>
 #include <utility>
-#include <vector>
-
-namespace {
-
-using Sizes = std::vector<std::size_t>;
-
-// Every block from array new; nothing here takes one but the sets and the builder of their texts.
-Sizes s_made;
-int s_live = 0;
-
-} // namespace
-
-void* operator new[](std::size_t size) {
-    s_made.push_back(size);
-    ++s_live;
-    return ::operator new(size);
-}
-
-void operator delete[](void* block) noexcept {
-    s_live -= block != nullptr ? 1 : 0;
-    ::operator delete(block);
-}
-
-void operator delete[](void* block, std::size_t /*size*/) noexcept {
-    operator delete[](block);
-}
 
 namespace {
 
 static_assert(sizeof(Bitset) == 24, "two counts, a pointer, a word");
 
-// A set bit by bit, up to the end of its last byte, which tells the blocks that it should take.
+using Bits = std::bitset<1'408>;
+
+Bits lowest(std::size_t count) {
+    return ~(~Bits() << count);
+}
+
+// The same operations on all bits up to the end of the last byte, and the blocks that they should take.
 struct Model {
     unsigned int size;
     std::size_t capacity; // bytes
-    std::vector<bool> bits;
+    Bits bits;
 
-    Model(unsigned int bitCount, bool fill, Sizes& made)
-        : size(bitCount), capacity((size + 7) / 8), bits(capacity * 8) {
-        allocate(capacity, made);
-        setAll(fill);
+    Model(unsigned int count, Bits const& pattern) : size(count), capacity((size + 7) / 8), bits(pattern) {
+        takeBlock();
     }
-
-    static void allocate(std::size_t bytes, Sizes& made) {
-        if (bytes > 8) {
-            made.push_back(bytes);
-        }
+    Model(Model const& other) : Model(other.size, other.bits) {}
+    Model& operator=(Model const& other) {
+        resize(other.size);
+        bits = other.bits;
+        return *this;
     }
+    Model operator|(Model const& other) const { return {std::max(size, other.size), bits | other.bits}; }
+    Model operator&(Model const& other) const { return {std::max(size, other.size), bits & other.bits}; }
 
-    void setAll(bool value) {
-        bits.assign(bits.size(), false);
-        std::fill_n(bits.begin(), size, value);
-    }
-
-    void resize(unsigned int newSize, Sizes& made) {
+    void setAll(bool value) { bits = value ? lowest(size) : Bits(); }
+    void resize(unsigned int newSize) {
         std::size_t const newBytes = (newSize + 7) / 8;
-        bool const grows = newBytes > bits.size() / 8;
+        bool const grows = newBytes > (size + 7) / 8;
+        if (newSize > size) {
+            bits &= lowest(size) | (grows ? Bits() : ~lowest(newSize));
+        }
         if (grows && capacity <= newBytes) {
-            allocate(newBytes, made);
             capacity = newBytes;
+            takeBlock();
         }
-        if (grows || newSize > size) {
-            std::fill(bits.begin() + size, grows ? bits.end() : bits.begin() + newSize, false);
-        }
-        bits.resize(newBytes * 8);
+        bits &= lowest(newBytes * 8);
         size = newSize;
     }
-
-    void assign(Model const& other, Sizes& made) {
-        resize(other.size, made);
-        bits = other.bits;
+    void takeBlock() const {
+        if (capacity > 8) {
+            ::operator delete(::operator new(capacity));
+        }
     }
 };
 
-template <class Operation>
-Model combined(Model const& left, Model const& right, Sizes& made, Operation operation) {
-    Model result(std::max(left.size, right.size), false, made);
-    for (std::size_t i = 0; i < result.bits.size(); ++i) {
-        result.bits[i] =
-            operation(i < left.bits.size() && left.bits[i], i < right.bits.size() && right.bits[i]);
-    }
-    return result;
-}
-
-struct Pair {
-    std::unique_ptr<Bitset> set;
-    Model model;
-};
-
-// Half of the sizes lie where a set leaves the object, and a few take more than a round of 64 bytes.
-unsigned int randomSize(std::mt19937& random) {
-    unsigned long const number = random();
-    unsigned long const kind = random() % 16;
-    return static_cast<unsigned int>(kind < 8 ? 54 + number % 24 : kind < 15 ? number % 201 : number % 1'400);
-}
-
-void changeBits(Bitset& set, Model& model, unsigned int index, unsigned long kind) {
-    if (kind == 0) {
-        set.setAll(true);
-        model.setAll(true);
-    } else if (kind == 1) {
-        set.clearAll();
-        model.setAll(false);
-    } else if (kind == 2) {
-        set.clear(index);
-        model.bits[index] = false;
-    } else if (kind == 3 && index < 128) {
-        char const text[] = {static_cast<char>(index), '\0'};
-        set.set(text);
-        model.bits[index] = model.bits[index] || index != 0;
+// Gives the number of the blocks taken and the size of the last one.
+template <class Set>
+std::pair<int, std::size_t> apply(unsigned int kind, unsigned int number, Set& target, Set const& left,
+                                  Set const& right) {
+    int const before = CountingNew::count();
+    if (kind < 3) {
+        Set fresh = kind == 0 ? Set(left) : kind == 1 ? left | right : left & right;
+        if (number % 3 == 0) {
+            fresh.resize(number);
+        }
+        target = fresh;
+    } else if (kind == 3) {
+        target = left;
+    } else if (kind < 6) {
+        target.resize(number);
     } else {
-        set.set(index);
-        model.bits[index] = true;
+        target.setAll(number % 2 == 0);
     }
+    return {CountingNew::count() - before, CountingNew::lastSize()};
 }
 
-void changeWhole(Pair& target, Pair const& left, Pair const& right, std::mt19937& random, Sizes& made) {
-    unsigned int const size = randomSize(random);
-    switch (random() % 5) {
-    case 0:
-        target.set->resize(size);
-        target.model.resize(size, made);
-        break;
-    case 1:
-        *target.set = *left.set;
-        target.model.assign(left.model, made);
-        break;
-    case 2:
-        target.set = std::make_unique<Bitset>(*left.set);
-        target.model = combined(left.model, left.model, made, std::logical_or<>());
-        break;
-    case 3:
-        *target.set = *left.set | *right.set;
-        target.model.assign(combined(left.model, right.model, made, std::logical_or<>()), made);
-        break;
-    default:
-        *target.set = *left.set & *right.set;
-        target.model.assign(combined(left.model, right.model, made, std::logical_and<>()), made);
-    }
-}
-
-void check(Bitset const& set, Model const& model) {
-    ASSERT_EQ(set.size(), model.size);
-    ASSERT_EQ(set.byteLength(), model.bits.size() / 8);
-    for (unsigned int i = 0; i < model.size; ++i) {
-        ASSERT_EQ(set.get(i), model.bits[i]) << "bit " << i << " of " << model.size;
-    }
-}
-
-// A bit lost, kept or read from beyond an end; a block taken, kept or freed at the wrong moment.
+// A bit lost, kept or read from beyond an end; a block taken or kept at the wrong moment or of a wrong size.
 TEST(Bitset, AnyRowOfOperationsGivesTheBitsAndTheBlocksOfTheModel) {
     std::mt19937 random(20240229);
-    int const liveBefore = s_live;
-    {
-        std::vector<Pair> pairs;
-        for (int const size : {0, 64, 65}) {
-            Sizes ignored;
-            pairs.push_back({std::make_unique<Bitset>(size, true),
-                             Model(static_cast<unsigned int>(size), true, ignored)});
-        }
-        for (int step = 0; step < 8'000; ++step) {
-            Pair& target = pairs[random() % 3];
-            Sizes made;
-            s_made.clear();
-            if (random() % 3 != 0 || target.model.size == 0) {
-                changeWhole(target, pairs[random() % 3], pairs[random() % 3], random, made);
-            } else {
-                auto const index = static_cast<unsigned int>(random() % target.model.size);
-                changeBits(*target.set, target.model, index, random() % 6);
-            }
-            ASSERT_EQ(s_made, made) << "in step " << step;
-            ASSERT_NO_FATAL_FAILURE(check(*target.set, target.model)) << "in step " << step;
+    auto const below = [&random](unsigned int bound) { return static_cast<unsigned int>(random() % bound); };
+    Bitset sets[] = {{0, true}, {64, true}, {65, true}};
+    Model models[] = {{0, lowest(0)}, {64, lowest(64)}, {65, lowest(65)}};
+    for (int step = 0; step < 8'000; ++step) {
+        // Half of the sizes lie where a set leaves the object, and a few take more than a round of 64 bytes.
+        unsigned int const number = below(2) == 0 ? 54 + below(24) : below(below(8) == 0 ? 1'400 : 201);
+        unsigned int const kind = below(7);
+        unsigned int const at[] = {below(3), below(3), below(3)};
+        SCOPED_TRACE("operation " + std::to_string(kind) + " of step " + std::to_string(step));
+        Bitset& set = sets[at[0]];
+        Model& model = models[at[0]];
+        auto const blocks = apply(kind, number, set, sets[at[1]], sets[at[2]]);
+        ASSERT_EQ(blocks, apply(kind, number, model, models[at[1]], models[at[2]]));
+        ASSERT_EQ(set.size(), model.size);
+        ASSERT_EQ(set.byteLength(), (model.size + 7) / 8);
+        for (unsigned int i = 0; i < model.size; ++i) {
+            ASSERT_EQ(set.get(i), model.bits[i]) << "bit " << i << " of " << model.size;
+            model.bits[i] = model.bits[i] != (below(32) == 0);
+            model.bits[i] ? set.set(i) : set.clear(i);
         }
     }
-    EXPECT_EQ(s_live, liveBefore);
 }
 
-// A plain 0 means an index, and the empty set is one.
-TEST(Bitset, ALiteralZeroAndAnyIntegerTypeIsAnIndex) {
-    Bitset bits(100, false);
+// A plain 0 means an index and no text; a text gives the codes of its characters.
+std::string textOf(int size, char const* moreBits, unsigned int indent = 0) {
+    Bitset bits(size, false);
     bits.set(0);
-    bits.set(std::size_t{99});
-    bits.set("");
-    bits.set("A!");
-    for (unsigned int i = 0; i < bits.size(); ++i) {
-        EXPECT_EQ(bits.get(i), i == 0 || i == 33 || i == 65 || i == 99) << "bit " << i;
-    }
-    EXPECT_EQ(Bitset(0, true).byteLength(), 0U);
+    bits.set(moreBits);
+    FormatStr text("<");
+    return bits.toString(indent, text).get();
 }
 
 TEST(Bitset, TextIsGroupedFromTheHighestBitDown) {
     std::string const zeros = "0000 0000 0000 0000 0000 0000 0000";
-    struct Row {
-        int size;
-        unsigned int indent;
-        std::vector<unsigned int> bits;
-        std::string text;
-    };
-    Row const rows[] = {
-        {0, 0, {}, "[0]={}"},
-        {1, 0, {0}, "[1]={        1}"},
-        {10, 0, {0, 9}, "[10]={       10 0000 0001}"},
-        {32, 0, {0, 31}, "[32]={1000 0000 0000 0000 0000 0000 0000 0001}"},
-        {33, 0, {0, 32}, "[33]={        1\n  " + zeros + " 0001\n}"},
-        {64, 0, {63}, "[64]={\n  1000 " + zeros + "\n  0000 " + zeros + "\n}"},
-        {40, 4, {35}, "[40]={0000 1000\n      0000 " + zeros + "\n    }"},
-    };
-    for (Row const& row : rows) {
-        Bitset bits(row.size, false);
-        for (unsigned int const bit : row.bits) {
-            bits.set(bit);
-        }
-        FormatStr text("<");
-        EXPECT_EQ(bits.toString(row.indent, text).get(), "<" + row.text);
-        EXPECT_TRUE(row.indent != 0 || bits.toString().get() == row.text) << bits.toString().get();
-    }
+    EXPECT_EQ(textOf(1, ""), "<[1]={        1}");
+    EXPECT_EQ(textOf(10, "\x09"), "<[10]={       10 0000 0001}");
+    EXPECT_EQ(textOf(32, "\x1f"), "<[32]={1000 0000 0000 0000 0000 0000 0000 0001}");
+    EXPECT_EQ(textOf(33, "\x20"), "<[33]={        1\n  " + zeros + " 0001\n}");
+    EXPECT_EQ(textOf(64, "\x3f\x03"), "<[64]={\n  1000 " + zeros + "\n  " + zeros + " 1001\n}");
+    EXPECT_EQ(textOf(40, "\x23", 4), "<[40]={0000 1000\n      " + zeros + " 0001\n    }");
+    EXPECT_STREQ(Bitset(0, true).toString().get(), "[0]={}");
 }
 
 TEST(Bitset, CountTableHoldsTheBitsOfEveryByte) {
