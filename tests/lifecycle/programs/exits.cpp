@@ -1,139 +1,87 @@
-// Ends in the way that its argument names. The test compares everything on stderr, and the exit code.
+// Ends in the way that the environment variable WAY names; transcript.txt shows what is written then.
 
-#include "tests/lifecycle/programs/Engine.h"
+#include "vorlan/diagnostics/System.h"
+#include "vorlan/lifecycle/Subsystem.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <map>
+#include <memory>
+#include <string>
 #include <thread>
-#include <unistd.h>
+
+// NOLINTBEGIN(concurrency-mt-unsafe): how a process ends is the subject
 
 namespace {
 
 using Subsystem::Registry;
 
-// Lives as long as the process.
-Engine& engine() {
-    static Engine* e = new Engine("Engine");
-    return *e;
-}
+std::string const s_way = std::getenv("WAY");
+void (*s_inSignal)() = [] {};
+int s_refusals = s_way == "failed" ? 1 : 0;
 
-int returns() {
-    engine().enter();
-    return 3;
-}
-
-int exits() {
-    engine().enter();
-    std::exit(4); // NOLINT(concurrency-mt-unsafe): the subject of the test
-}
-
-int exitsFromThread() {
-    engine().enter();
-    std::thread([] { std::exit(5); }).detach(); // NOLINT(concurrency-mt-unsafe): the subject of the test
-    for (;;) {
-        pause();
+// Registers itself, and tells what it is told.
+struct Engine {
+    Engine() { Registry::registerSignalHandlers(signals); }
+    bool init() { return tell("init"); }
+    bool signal() {
+        tell("told");
+        s_inSignal();
+        return --s_refusals < 0;
     }
-}
+    bool check(bool last) { return tell(last ? "asked last" : "asked") && s_way != "neverSettles"; }
+    bool stop() { return tell("stopped"); }
+    bool release() { return tell("released"); }
+    static bool tell(char const* text) { return std::fprintf(stderr, "%s\n", text) > 0; }
 
-int isDown() {
-    engine().enter();
-    return Registry::shutdownSubsystems() ? 0 : 1;
-}
+    Subsystem::Signals<Engine> signals{"Engine",       *this,         &Engine::init,    &Engine::signal,
+                                       &Engine::check, &Engine::stop, &Engine::release, 0x80000000u};
+};
 
-int failedToShutDown() {
-    engine().enter();
-    engine().refusals = 1;
-    return Registry::shutdownSubsystems() ? 1 : 0;
-}
-
-int startedTwice() {
-    engine().enter();
-    Registry::initSubsystems();
-    Registry::initSubsystems();
-    return 0;
-}
-
-int ownerGoesBefore() {
-    Engine shortLived("Short");
-    shortLived.enter();
-    return 0;
-}
+// Registered before main, and there as long as the process. The attribute keeps the optimiser from dropping
+// the pointer, by which the leak check finds the engine.
+[[gnu::used]] Engine const* const s_engine = std::getenv("NO_ENGINE") == nullptr ? new Engine : nullptr;
 
 // Static objects go in the reverse order of their making: these two after the registry, which is made by the
 // first registration.
-int ownerGoesAfter() {
+void ownerGoesAfter() {
     static struct LateRuns {
         ~LateRuns() {
-            bool const started = Registry::initSubsystems();
-            bool const stopped = Registry::shutdownSubsystems();
-            std::fprintf(stderr, "late runs: %d %d\n", started, stopped);
+            std::fprintf(stderr, "%d %d\n", Registry::initSubsystems(), Registry::shutdownSubsystems());
         }
     } const lateRuns;
-    static Engine longLived("Long");
-    longLived.enter();
-    return 0;
+    static std::unique_ptr<Engine> longLived;
+    longLived = std::make_unique<Engine>();
 }
 
-int nobodyRegistered() {
-    Registry::initSubsystems();
-    return 0;
-}
-
-int variableSetTooLate() {
-    engine().enter();
-    setenv("VRSSRLOG", "1", 1); // NOLINT(concurrency-mt-unsafe): no other thread yet
-    return 0;
-}
-
-int misuse(void (*inSignal)()) {
-    engine().enter();
-    engine().inSignal = inSignal;
+void restart() {
     Registry::shutdownSubsystems();
-    return 0;
+    Registry::initSubsystems();
+    Registry::initSubsystems();
 }
 
-int startsInPhase() {
-    return misuse([] { Registry::initSubsystems(); });
-}
-
-int stopsInPhase() {
-    return misuse([] { Registry::shutdownSubsystems(); });
-}
-
-int exitsInPhase() {
-    return misuse([] { std::exit(0); }); // NOLINT(concurrency-mt-unsafe): the subject of the test
-}
-
-struct Way {
-    char const* name;
-    int (*go)();
-};
-
-constexpr Way kWays[] = {
-    {"returns", returns},
-    {"exits", exits},
-    {"exitsFromThread", exitsFromThread},
-    {"isDown", isDown},
-    {"failedToShutDown", failedToShutDown},
-    {"startedTwice", startedTwice},
-    {"ownerGoesBefore", ownerGoesBefore},
+std::map<std::string, void (*)()> const s_ways{
+    {"returns", [] {}},
+    {"exits", [] { std::exit(3); }},
+    {"systemExits", [] { System::exit(3); }},
+    {"threadExits", [] { std::thread([] { std::exit(3); }).join(); }},
+    {"failed", [] { Registry::shutdownSubsystems(); }},
+    {"neverSettles", [] {}},
+    {"restarted", restart},
+    {"ownerGoesBefore", [] { Engine const shortLived; }},
     {"ownerGoesAfter", ownerGoesAfter},
-    {"nobodyRegistered", nobodyRegistered},
-    {"variableSetTooLate", variableSetTooLate},
-    {"startsInPhase", startsInPhase},
-    {"stopsInPhase", stopsInPhase},
-    {"exitsInPhase", exitsInPhase},
+    {"nobodyRegistered", [] { Registry::initSubsystems(); }},
+    {"variableSetTooLate", [] { setenv("VRSSRLOG", "1", 1); }},
+    {"startsInPhase", [] { s_inSignal = [] { Registry::initSubsystems(); }; }},
+    {"stopsInPhase", [] { s_inSignal = [] { Registry::shutdownSubsystems(); }; }},
+    {"exitsInPhase", [] { s_inSignal = [] { System::exit(0); }; }},
 };
 
 } // namespace
 
-int main(int argc, char** argv) {
-    for (Way const& way : kWays) {
-        if (argc == 2 && std::strcmp(argv[1], way.name) == 0) {
-            return way.go();
-        }
-    }
-    std::fprintf(stderr, "no such way\n");
+int main() {
+    s_ways.at(s_way)();
     return 2;
 }
+
+// NOLINTEND(concurrency-mt-unsafe)
