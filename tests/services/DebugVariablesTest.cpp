@@ -1,5 +1,6 @@
 #include "vorlan/services/DebugVariables.h"
 
+#include "vorlan/clamp/MsgClamp.h"
 #include "vorlan/foundation/DebugServices.h"
 #include "vorlan/lifecycle/Bridge.h"
 
@@ -32,6 +33,7 @@ struct Watcher {
 TEST(DebugVariables, CommandsAnswerAndWrongOnesChangeNothing) {
     s_counted.set(&s_watcher.anchor);
     s_paired.setValue(0);
+    msgClampDbg.setValue(0); // brings the library's own variables into a static link as well
     char const* const rows[][2] = {
         {"set counted 4", "counted = 4 (0x4), but its hook reported a failure\n"},
         {"set counted 010", "counted = 10 (0xa)\n"},
@@ -41,7 +43,8 @@ TEST(DebugVariables, CommandsAnswerAndWrongOnesChangeNothing) {
         {"on paired high", "paired = 2147483648 (0x80000000)\n"},
         {"on paired 0x1E", "paired = 3221225472 (0xc0000000)\n"},
         {"show paired", "paired = 3221225472 (0xc0000000)\n  bit 31 on:  high\n  bit 2 off: low\n"},
-        {"list", "counted = 2 (0x2)\npaired = 3221225472 (0xc0000000)\ntwin = 0 (0x0)\n"
+        {"list", "LogMessage = 0 (0x0)\ncounted = 2 (0x2)\nloggingFlags = 0 (0x0)\nmsgClampDbg = 0 (0x0)\n"
+                 "paired = 3221225472 (0xc0000000)\nreturnCodeTraceLevel = 0 (0x0)\ntwin = 0 (0x0)\n"
                  "twin = 0 (0x0), out of reach behind another one of its name\n"},
         {" \n", "error: there is no command; there are list, show NAME, set NAME VALUE, on NAME BIT-OR-LABEL "
                 "and off NAME BIT-OR-LABEL\n"},
