@@ -238,18 +238,18 @@ TEST(Registry, ThreadsComeAndGoWhileRunsGoOn) {
         }
         --working;
     };
-    auto const awaitRequests = [&](std::size_t /*phase*/) { // in each phase, and between two runs
+    auto const awaitRequests = [&] { // in each run, and between two
         for (requests = 0; requests < 5 && working > 0;) {
             std::this_thread::yield();
         }
         return true;
     };
     told([&] {
-        Part<Registry> gate(0, {}, awaitRequests);
+        Part<Registry> gate(0, {}, [&](std::size_t phase) { return phase != kSignal || awaitRequests(); });
         gate.request(true);
         std::array<std::future<void>, 4> threads;
         std::generate(threads.begin(), threads.end(), [&] { return std::async(std::launch::async, live); });
-        while (awaitRequests(0) && working > 0) {
+        while (awaitRequests() && working > 0) {
             std::lock_guard const run(running);
             EXPECT_TRUE(Registry::shutdownSubsystems() && Registry::initSubsystems());
         }
