@@ -1,4 +1,4 @@
-// Loads the library named by its word, uses it so that the flusher runs, and closes it, ten times over.
+// Loads the shared library, uses it so that the flusher runs, and closes it, ten times over.
 // Prints whether the library stays loaded and how many threads are left.
 
 #include <cstdio>
@@ -31,7 +31,8 @@ F* symbol(void* library, char const* name) {
     return reinterpret_cast<F*>(found);
 }
 
-void useOnce(char const* path) {
+void useOnce() {
+    char const* const path = VORLAN_SHARED_LIBRARY;
     int const before = threads();
     void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
@@ -62,10 +63,10 @@ void useOnce(char const* path) {
 
 } // namespace
 
-int main(int /*argc*/, char** argv) {
+int main() {
     std::thread([] {}).join(); // brings up what a sanitizer adds with the first thread
     for (int i = 0; i < 10; ++i) {
-        useOnce(argv[1]);
+        useOnce();
     }
     return 0;
 }
